@@ -9,10 +9,10 @@
 
 namespace lumivora {
 
+inline constexpr auto kChannelName = "LumivoraCamVideo";
 inline constexpr std::size_t kSlotCount = 3;
 inline constexpr std::size_t kSlotHeadBytes = 32;
-inline constexpr std::size_t kHeaderBytes = 96;        // up to slot 0
-inline constexpr std::size_t kWrittenHeaderBytes = 80; // written at creation; the rest stays zero
+inline constexpr std::size_t kHeaderBytes = 96; // up to slot 0
 inline constexpr std::size_t kBytesPerPixel = 4;
 
 enum class ChannelState : std::uint32_t {
@@ -43,6 +43,7 @@ static_assert(offsetof(FrameChannelHeader, slotOffset) == 0x0C);
 static_assert(offsetof(FrameChannelHeader, width) == 0x1C);
 static_assert(offsetof(FrameChannelHeader, frameDuration100ns) == 0x28);
 static_assert(offsetof(FrameChannelHeader, reserved2) == 0x30);
+static_assert(sizeof(FrameChannelHeader) == kHeaderBytes);
 
 /** Where things lie in a channel of a given frame size. */
 struct FrameChannelLayout

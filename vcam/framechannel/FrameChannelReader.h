@@ -71,7 +71,7 @@ private:
 
     std::unique_ptr<SharedSection> _section;
     const FrameChannelHeader *_header = nullptr;
-    std::array<std::uint64_t, kSlotCount> _pixelOffset{};
+    std::array<const std::byte *, kSlotCount> _pixels{};
     std::uint32_t _width = 0;
     std::uint32_t _height = 0;
     std::size_t _frameBytes = 0;
