@@ -20,8 +20,8 @@ class SharedMutex
 public:
     struct Opened
     {
-        std::unique_ptr<SharedMutex> mutex; // empty on failure
-        std::uint32_t errorCode = 0;        // the system's
+        std::unique_ptr<SharedMutex> mutex = nullptr; // on failure
+        std::uint32_t errorCode = 0; // the system's
     };
 
     /** Opens the mutex, or makes it, free, when there is none. */

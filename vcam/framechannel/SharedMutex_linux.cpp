@@ -39,7 +39,7 @@ SharedMutex::Opened SharedMutex::openOrCreate(const std::string &name)
     SharedSection::Opened section =
         SharedSection::openOrCreate(name, sizeof(pthread_mutex_t), initialiseMutex);
     if (!section.section) {
-        return {.mutex = {}, .errorCode = section.errorCode};
+        return {.errorCode = section.errorCode};
     }
     Opened opened;
     opened.mutex.reset(new SharedMutex);

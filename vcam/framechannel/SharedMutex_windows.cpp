@@ -20,7 +20,7 @@ SharedMutex::Opened SharedMutex::openOrCreate(const std::string &name)
         mutex = KernelObject(::CreateMutexW(nullptr, FALSE, wideName.c_str()));
     }
     if (!mutex) {
-        return {.mutex = {}, .errorCode = ::GetLastError()};
+        return {.errorCode = ::GetLastError()};
     }
     Opened opened;
     opened.mutex.reset(new SharedMutex);
