@@ -2,6 +2,7 @@
 // A thread that runs queued functions, in order, against one object.
 #pragma once
 
+#include <QMutexLocker>
 #include <QRecursiveMutex>
 #include <QSemaphore>
 #include <QThread>
@@ -79,7 +80,10 @@ private:
 
     Worker(QObject *target, bool moveSelf);
 
+    /** Emits the signal for an entry just queued; called with the lock held, returns without. */
+    void wake(QMutexLocker<QRecursiveMutex> &guard);
     void drain();
+    /** Releases every waiter and destroys what is queued; called with the lock held. */
     void discard();
 
     QObject *_target = nullptr;
@@ -88,4 +92,5 @@ private:
     std::list<Entry> _queue;
     int _pending = 0; // non-waiting entries queued and not yet finished
     int _maximum = -1;
+    bool _finished = false; // the loop has ended and everything queued was discarded
 };
