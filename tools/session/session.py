@@ -1,11 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A private session: D-Bus, PipeWire, WirePlumber and a display that touch nothing of the user's.
+"""Sessions to run the programs in: the user's own, or a private one.
 
-Used by run.py, the benchmarks and the end-to-end tests.
+A private session has D-Bus, PipeWire, WirePlumber and a display of its own and touches nothing of
+the user's. Used by run.py, the benchmarks and the end-to-end tests.
 """
 
 import json
 import os
+import re
 import select
 import signal
 import socket
@@ -18,6 +20,7 @@ from pathlib import Path
 from typing import Self
 
 import guard
+from screenshot import Screenshot
 
 BUS_CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -129,14 +132,8 @@ def wait_until(condition: Callable[[], object], timeout: float, what: str) -> No
         time.sleep(0.02)
 
 
-class PrivateSession:
-    """Runs the services and the programs under test; everything ends with the block.
-
-    with PrivateSession(Path("build/release/bin"), Path("build/run")) as session:
-        session.start_services()
-        session.start_standin()
-        session.start_application()
-    """
+class Session:
+    """Runs programs in the session that this process is in; everything ends with the block."""
 
     def __init__(self, binaries: Path, logs: Path) -> None:
         self.binaries = binaries.resolve()
@@ -154,6 +151,103 @@ class PrivateSession:
             start_new_session=True,
         )
         os.close(guard_end)
+        self.environment = dict(os.environ)
+        self.environment[guard.MARK] = self.mark
+
+    @property
+    def runtime_dir(self) -> Path:
+        return Path(self.environment["XDG_RUNTIME_DIR"])
+
+    def __enter__(self) -> Self:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
+
+    def close(self) -> None:
+        """Ends every process, the last started first, and removes the session's folder."""
+        for service in reversed(self._services):
+            service.stop()
+        self._services.clear()
+        if self._alive >= 0:
+            os.close(self._alive)  # the guard ends what detached itself, and the folder
+            self._alive = -1
+            self._guard.wait()
+
+    def services(self, name: str) -> list[Service]:
+        """The processes of that name that were started here and still run."""
+        return [service for service in self._services if service.name == name and service.running()]
+
+    # Starting
+
+    def start(self, name: str, command: Sequence[str], **options: object) -> Service:
+        """Starts any program in the session; its log is NAME.log, appended to within a session."""
+        log = self.logs / f"{name}.log"
+        if not any(service.name == name for service in self._services):
+            log.unlink(missing_ok=True)
+        service = Service(name, command, self.environment, log, **options)
+        self._services.append(service)
+        return service
+
+    def start_standin(self, *arguments: str) -> Service:
+        """The stand-in hardware; commands go to its standard input (see command_standin)."""
+        return self.start(
+            "standin",
+            [str(self.binaries / "lumivora-standin"), *arguments],
+            stdin=subprocess.PIPE,
+        )
+
+    def start_application(self, *arguments: str, name: str = "application") -> Service:
+        return self.start(name, [str(self.binaries / "lumivora-control"), *arguments])
+
+    def start_probe(self, *arguments: str, name: str = "client") -> "Client":
+        """A client of a camera; its figures come once a second."""
+        report = self.logs / f"{name}.json"
+        snapshot = self.logs / f"{name}.png"
+        for file in (report, snapshot):
+            file.unlink(missing_ok=True)
+        service = self.start(
+            name,
+            [
+                str(self.binaries / "lumivora-probe"),
+                "--live-lines",
+                f"--report={report}",
+                f"--snapshot={snapshot}",
+                *arguments,
+            ],
+            capture=True,
+        )
+        return Client(service, report, snapshot)
+
+    def screenshot(self) -> Screenshot:
+        """What the display shows."""
+        raw = self.folder / "screenshot.raw"
+        shot = self.start(
+            "screenshot",
+            [
+                "gst-launch-1.0", "-v", "ximagesrc", "num-buffers=1", "show-pointer=false",
+                "!", "videoconvert", "!", "video/x-raw,format=RGB",
+                "!", "filesink", f"location={raw}",
+            ],
+        )  # fmt: skip
+        if shot.wait(30) != 0:
+            raise SessionError(f"The display could not be saved; see {shot.log}")
+        sizes = re.findall(r"width=\(int\)(\d+), height=\(int\)(\d+)", shot.log_text())
+        width, height = sizes[-1]
+        return Screenshot(int(width), int(height), raw.read_bytes())
+
+
+class PrivateSession(Session):
+    """A session of its own, without hardware, for as long as the block lasts.
+
+    with PrivateSession(Path("build/release/bin"), Path("build/run")) as session:
+        session.start_services()
+        session.start_standin()
+        session.start_application()
+    """
+
+    def __init__(self, binaries: Path, logs: Path) -> None:
+        super().__init__(binaries, logs)
         self.environment = self._private_environment()
 
     def _private_environment(self) -> dict[str, str]:
@@ -176,40 +270,8 @@ class PrivateSession:
             environment[name] = str(path)
         # The list of plugins takes a second to make, and is the same for every session.
         environment["GST_REGISTRY"] = str(self.logs / "gst-registry.bin")
-        environment["PATH"] = f"{self.binaries}:{environment.get('PATH', '')}"
         environment[guard.MARK] = self.mark
         return environment
-
-    @property
-    def runtime_dir(self) -> Path:
-        return self.folder / "runtime"
-
-    def __enter__(self) -> Self:
-        return self
-
-    def __exit__(self, *_: object) -> None:
-        self.close()
-
-    def close(self) -> None:
-        """Ends every process, the last started first, and removes the session's folder."""
-        for service in reversed(self._services):
-            service.stop()
-        self._services.clear()
-        if self._alive >= 0:
-            os.close(self._alive)  # the guard ends what detached itself, and the folder
-            self._alive = -1
-            self._guard.wait()
-
-    # Starting
-
-    def start(self, name: str, command: Sequence[str], **options: object) -> Service:
-        """Starts any program in the session; its log is NAME.log, appended to within a session."""
-        log = self.logs / f"{name}.log"
-        if not any(service.name == name for service in self._services):
-            log.unlink(missing_ok=True)
-        service = Service(name, command, self.environment, log, **options)
-        self._services.append(service)
-        return service
 
     def start_services(self, *, display: bool = True) -> None:
         """D-Bus, PipeWire, WirePlumber and, where wanted, a display; returns when they answer."""
@@ -245,7 +307,7 @@ class PrivateSession:
         try:
             service = self.start(
                 "xvfb",
-                ["Xvfb", "-displayfd", str(writer), "-screen", "0", size, "-nolisten", "tcp"],
+                ["Xvfb", "-displayfd", str(writer), "-screen", "0", size, "-nolisten", "tcp", "-noreset"],
                 pass_fds=[writer],
             )
             os.close(writer)
@@ -261,36 +323,6 @@ class PrivateSession:
         self.environment["DISPLAY"] = f":{number}"
         return service
 
-    def start_standin(self, *arguments: str) -> Service:
-        """The stand-in hardware; commands go to its standard input (see command_standin)."""
-        return self.start(
-            "standin",
-            [str(self.binaries / "lumivora-standin"), *arguments],
-            stdin=subprocess.PIPE,
-        )
-
-    def start_application(self, *arguments: str, name: str = "application") -> Service:
-        return self.start(name, [str(self.binaries / "lumivora-control"), *arguments])
-
-    def start_probe(self, *arguments: str, name: str = "client") -> "Client":
-        """A client of a camera; its figures come once a second."""
-        report = self.logs / f"{name}.json"
-        snapshot = self.logs / f"{name}.png"
-        for file in (report, snapshot):
-            file.unlink(missing_ok=True)
-        service = self.start(
-            name,
-            [
-                str(self.binaries / "lumivora-probe"),
-                "--live-lines",
-                f"--report={report}",
-                f"--snapshot={snapshot}",
-                *arguments,
-            ],
-            capture=True,
-        )
-        return Client(service, report, snapshot)
-
     def _wait_for_socket(self, service: Service, path: Path) -> None:
         def answers() -> bool:
             if not service.running():
@@ -299,22 +331,6 @@ class PrivateSession:
                 return probe.connect_ex(str(path)) == 0
 
         wait_until(answers, 20, f"{service.name} did not answer (see {service.log})")
-
-    # Looking
-
-    def screenshot(self, file: Path) -> Path:
-        """Saves the whole display as PNG."""
-        file.unlink(missing_ok=True)
-        shot = self.start(
-            "screenshot",
-            [
-                "gst-launch-1.0", "-q", "ximagesrc", "num-buffers=1", "show-pointer=false",
-                "!", "videoconvert", "!", "pngenc", "!", "filesink", f"location={file}",
-            ],  # fmt: skip
-        )
-        if shot.wait(30) != 0 or not file.exists():
-            raise SessionError(f"The display could not be saved; see {shot.log}")
-        return file
 
 
 class Client:

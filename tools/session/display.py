@@ -1,0 +1,84 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What a window manager would see and do on a private display, in the few words of X11 it takes."""
+
+import socket
+import struct
+from typing import Self
+
+QUERY_TREE = 15
+GET_WINDOW_ATTRIBUTES = 3
+GET_GEOMETRY = 14
+INTERN_ATOM = 16
+SEND_EVENT = 25
+SET_INPUT_FOCUS = 42
+CLIENT_MESSAGE = 33
+VIEWABLE = 2
+
+
+class Display:
+    """A connection to a display on this machine, given as in DISPLAY (":7")."""
+
+    def __init__(self, name: str) -> None:
+        self._socket = socket.socket(socket.AF_UNIX)
+        self._socket.connect(f"/tmp/.X11-unix/X{name.lstrip(':')}")
+        self._socket.sendall(struct.pack("<BxHHHHxx", ord("l"), 11, 0, 0, 0))
+        head = self._read(8)
+        setup = self._read(4 * struct.unpack_from("<H", head, 6)[0])
+        if head[0] != 1:
+            raise OSError("The display refused the connection")
+        vendor, formats = struct.unpack_from("<H", setup, 16)[0], setup[21]
+        self._root = struct.unpack_from("<I", setup, 32 + (vendor + 3 & ~3) + 8 * formats)[0]
+
+    def __enter__(self) -> Self:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self._socket.close()
+
+    def visible_windows(self) -> dict[int, tuple[int, int]]:
+        """Every visible top-level window, with its width and height."""
+        tree = self._ask(QUERY_TREE, self._root)
+        count = struct.unpack_from("<H", tree, 16)[0]
+        windows = {}
+        for window in struct.unpack_from(f"<{count}I", tree, 32):
+            attributes = self._ask(GET_WINDOW_ATTRIBUTES, window)
+            geometry = self._ask(GET_GEOMETRY, window)
+            if attributes and geometry and attributes[26] == VIEWABLE:
+                windows[window] = struct.unpack_from("<HH", geometry, 16)
+        return windows
+
+    def close_window(self, window: int) -> None:
+        """Asks a window to close, as its close button does."""
+        protocols, delete = self._atom(b"WM_PROTOCOLS"), self._atom(b"WM_DELETE_WINDOW")
+        event = struct.pack("<BBHIIII12x", CLIENT_MESSAGE, 32, 0, window, protocols, delete, 0)
+        self._socket.sendall(struct.pack("<BBHII", SEND_EVENT, 0, 11, window, 0) + event)
+        self._ask(QUERY_TREE, self._root)  # answered after it was sent on
+
+    def drop_focus(self) -> None:
+        """Takes the keyboard from every window, as when the user clicks somewhere else."""
+        self._socket.sendall(struct.pack("<BBHII", SET_INPUT_FOCUS, 0, 3, 0, 0))
+        self._ask(QUERY_TREE, self._root)  # answered after it was done
+
+    def _atom(self, name: bytes) -> int:
+        padded = name + bytes(-len(name) % 4)
+        self._socket.sendall(
+            struct.pack("<BBHHxx", INTERN_ATOM, 0, 2 + len(padded) // 4, len(name)) + padded
+        )
+        return struct.unpack_from("<I", self._read(32), 8)[0]
+
+    def _ask(self, request: int, window: int) -> bytes:
+        """The answer; empty when the window has gone."""
+        self._socket.sendall(struct.pack("<BxHI", request, 2, window))
+        answer = self._read(32)
+        if answer[0] == 0:
+            return b""
+        return answer + self._read(4 * struct.unpack_from("<I", answer, 4)[0])
+
+    def _read(self, count: int) -> bytes:
+        data = b""
+        while len(data) < count:
+            more = self._socket.recv(count - len(data))
+            if not more:
+                raise OSError("The display has gone")
+            data += more
+        return data
