@@ -65,16 +65,12 @@ VCam::Environment VCam::Environment::real()
 {
     return {
         [] { return std::make_unique<CameraGrabber>(); },
-        [] {
-            return qApp->checkPermission(QCameraPermission()) == Qt::PermissionStatus::Granted;
-        },
+        [] { return qApp->checkPermission(QCameraPermission()) == Qt::PermissionStatus::Granted; },
         lumivora::systemClock(),
     };
 }
 
-VCam::VCam(BaseSettings *settings, QObject *parent) : VCam(settings, Environment::real(), parent)
-{
-}
+VCam::VCam(BaseSettings *settings, QObject *parent) : VCam(settings, Environment::real(), parent) {}
 
 VCam::VCam(BaseSettings *settings, Environment environment, QObject *parent)
     : QObject(parent), _opaque(std::make_shared<Opaque>(this))
@@ -181,9 +177,8 @@ void VCam::openCamera()
     CameraGrabber *grabber = _opaque->grabber.get();
     QList<CameraDevice> devices;
     grabber->listDevices(devices);
-    const auto camera = std::ranges::find_if(devices, [](const CameraDevice &device) {
-        return device.name.contains(kPhysicalCamera);
-    });
+    const auto camera = std::ranges::find_if(
+        devices, [](const CameraDevice &device) { return device.name.contains(kPhysicalCamera); });
     if (camera == devices.end()) {
         return; // the watchdog looks again
     }
@@ -195,8 +190,7 @@ void VCam::openCamera()
                                         "Make sure you've allowed access to camera devices."));
         return;
     }
-    auto channel =
-        lumivora::FrameChannel::create(kFrameWidth, kFrameHeight, kFrameDuration100ns);
+    auto channel = lumivora::FrameChannel::create(kFrameWidth, kFrameHeight, kFrameDuration100ns);
     if (!channel) {
         Q_EMIT onMessage(QStringLiteral("Unable to create communication mechanism between "
                                         "physical and virtual drivers!"));

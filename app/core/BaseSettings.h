@@ -101,8 +101,12 @@ public:
                                  bool bypassCache);
 
 private:
+    /** The group's cached map, read on first use; called with _subSettingsLock held. */
+    QVariantMap &subSettingsOf(Settings group);
+
     QHash<Settings, Record> _topLevel;
     QRecursiveMutex _topLevelLock;
     QHash<Settings, QVariantMap> _subSettings;
     QRecursiveMutex _subSettingsLock;
+    QRecursiveMutex _storeLock; // innermost: the base class is used from under either cache's lock
 };

@@ -22,8 +22,7 @@ LogCapture::~LogCapture()
     _current = nullptr;
 }
 
-void LogCapture::handle(QtMsgType type, const QMessageLogContext & /*context*/,
-                        const QString &text)
+void LogCapture::handle(QtMsgType type, const QMessageLogContext & /*context*/, const QString &text)
 {
     const QMutexLocker guard(&_currentLock);
     if (_current == nullptr) {

@@ -99,9 +99,9 @@ TEST_F(VCamTest, start_withoutVirtualCamera_tellsTheUserAndFails)
 {
     cameras->names = {QStringLiteral("Lumivora Camera"), QStringLiteral("Other")};
     EXPECT_FALSE(vcam->start());
-    EXPECT_EQ(messages, QStringList{QStringLiteral(
-                            "Lumivora Control camera not installed. "
-                            "Try to uninstall and reinstall the application.")});
+    EXPECT_EQ(messages,
+              QStringList{QStringLiteral("Lumivora Control camera not installed. "
+                                         "Try to uninstall and reinstall the application.")});
     EXPECT_TRUE(cameras->starts.isEmpty());
 }
 
@@ -110,9 +110,9 @@ TEST_F(VCamTest, start_withoutPermission_failsWithTheNotInstalledMessage)
     permission = false;
     EXPECT_FALSE(vcam->start());
     EXPECT_EQ(cameras->listings, 0);
-    EXPECT_EQ(messages, QStringList{QStringLiteral(
-                            "Lumivora Control camera not installed. "
-                            "Try to uninstall and reinstall the application.")});
+    EXPECT_EQ(messages,
+              QStringList{QStringLiteral("Lumivora Control camera not installed. "
+                                         "Try to uninstall and reinstall the application.")});
 }
 
 TEST_F(VCamTest, start_withoutPermissionAfterTheVirtualCameraWasSeen_succeeds)
@@ -158,8 +158,8 @@ TEST_F(VCamTest, start_withoutPhysicalCamera_isQuietAndIdle)
     cameras->names.append(QStringLiteral("Lumivora Camera"));
     tick();
     EXPECT_TRUE(vcam->isGrabberRunning());
-    EXPECT_TRUE(log.contains(
-        QStringLiteral("restarting VCam physical grabber, it's not running!")));
+    EXPECT_TRUE(
+        log.contains(QStringLiteral("restarting VCam physical grabber, it's not running!")));
 }
 
 TEST_F(VCamTest, start_cameraRefuses_tellsTheUserAndTheNextTickRetries)
@@ -191,8 +191,8 @@ TEST_F(VCamTest, startGrabber_reportsWhetherItRuns)
 {
     QList<bool> reports;
     QObject::connect(
-        vcam.get(), &VCam::onReconnecting, &receiver,
-        [&](bool status) { reports.append(status); }, Qt::DirectConnection);
+        vcam.get(), &VCam::onReconnecting, &receiver, [&](bool status) { reports.append(status); },
+        Qt::DirectConnection);
     EXPECT_TRUE(vcam->startGrabber());
     cameras->startSucceeds = false;
     EXPECT_FALSE(vcam->startGrabber());
@@ -256,8 +256,7 @@ TEST_F(VCamTest, watchdog_silentFor2000Ms_restartsTheCapture)
     tick();
     EXPECT_EQ(cameras->starts.size(), 2);
     EXPECT_TRUE(vcam->isGrabberRunning());
-    EXPECT_TRUE(
-        log.contains(QStringLiteral("restarting VCam physical grabber - elapsed >= 2000")));
+    EXPECT_TRUE(log.contains(QStringLiteral("restarting VCam physical grabber - elapsed >= 2000")));
 }
 
 TEST_F(VCamTest, frame_reachesTheChannelUnchanged)

@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "app/core/SettingsFile.h"
+
+namespace lumivora {
+
+// The registry is transactional: a torn write never reaches a reader.
+void setDamagedSettingsAside(const QString & /*organisation*/, const QString & /*application*/) {}
+
+} // namespace lumivora
