@@ -1,19 +1,19 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the end-to-end tests have in common: the whole system in a private session."""
+"""What the end-to-end tests have in common: the whole system in a private session.
+
+The modules of tools/session are on the path that ctest sets (PYTHONPATH).
+"""
 
 import os
-import sys
 import unittest
 from pathlib import Path
 
+import channel
+import guard
+from display import Display
+from session import Client, PrivateSession, Service, wait_until
+
 ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "tools" / "session"))
-
-import channel  # noqa: E402
-import guard  # noqa: E402
-from display import Display  # noqa: E402
-from session import Client, PrivateSession, Service, wait_until  # noqa: E402
-
 BINARIES = Path(os.environ.get("LUMIVORA_BINARIES", ROOT / "build" / "debug" / "bin"))
 LOGS = Path(os.environ.get("LUMIVORA_E2E_LOGS", BINARIES.parent / "e2e"))
 

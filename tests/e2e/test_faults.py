@@ -11,7 +11,6 @@ from scenario import Scenario
 from session import wait_until
 
 ALREADY_RUNNING_EXIT = 1
-PLACEHOLDER_LINES = 2
 
 
 class Faults(Scenario):
@@ -27,8 +26,7 @@ class Faults(Scenario):
         application = self.start_hidden()
         client = self.live_client()
 
-        self.standin.process.stdin.write(b"stall 3\n")
-        self.standin.process.stdin.flush()
+        self.standin.command("stall 3")
 
         self.wait_for_log(application, "restarting VCam physical grabber - elapsed >= 2000")
         client.wait_live()
@@ -38,11 +36,9 @@ class Faults(Scenario):
         self.start_hidden()
         client = self.live_client()
 
-        self.standin.process.stdin.write(b"vanish\n")
-        self.standin.process.stdin.flush()
+        self.standin.command("vanish")
         client.wait_for(lambda line: line["fps"] == 0, 10, "The picture did not stop")
-        self.standin.process.stdin.write(b"return\n")
-        self.standin.process.stdin.flush()
+        self.standin.command("return")
 
         client.wait_live()
         self.assertEqual(client.report()["opened"], 1)

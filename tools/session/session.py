@@ -123,6 +123,15 @@ class Service:
         return self.log.read_text(errors="replace")
 
 
+class StandIn(Service):
+    """The stand-in hardware."""
+
+    def command(self, line: str) -> None:
+        """Gives it one of the commands that lumivora-standin --help lists."""
+        self.process.stdin.write(line.encode() + b"\n")
+        self.process.stdin.flush()
+
+
 def wait_until(condition: Callable[[], object], timeout: float, what: str) -> None:
     """Polls the condition until it holds; a SessionError names what never came."""
     deadline = time.monotonic() + timeout
@@ -180,20 +189,23 @@ class Session:
 
     # Starting
 
-    def start(self, name: str, command: Sequence[str], **options: object) -> Service:
+    def start[Kind: Service](
+        self, name: str, command: Sequence[str], kind: type[Kind] = Service, **options: object
+    ) -> Kind:
         """Starts any program in the session; its log is NAME.log, appended to within a session."""
         log = self.logs / f"{name}.log"
         if not any(service.name == name for service in self._services):
             log.unlink(missing_ok=True)
-        service = Service(name, command, self.environment, log, **options)
+        service = kind(name, command, self.environment, log, **options)
         self._services.append(service)
         return service
 
-    def start_standin(self, *arguments: str) -> Service:
-        """The stand-in hardware; commands go to its standard input (see command_standin)."""
+    def start_standin(self, *arguments: str) -> "StandIn":
+        """The camera that the application looks for."""
         return self.start(
             "standin",
             [str(self.binaries / "lumivora-standin"), *arguments],
+            kind=StandIn,
             stdin=subprocess.PIPE,
         )
 

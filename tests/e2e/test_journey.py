@@ -1,0 +1,150 @@
+# SPDX-License-Identifier: Apache-2.0
+"""A person's first minutes: the command that shows everything, its report and its end."""
+
+import json
+import os
+import signal
+import subprocess
+import sys
+import time
+import unittest
+from pathlib import Path
+
+from scenario import BINARIES, LOGS, ROOT, Scenario
+from display import Display
+from session import wait_until
+
+RUN = ROOT / "tools" / "session" / "run.py"
+REPORT_KEYS = {
+    "offered", "processed", "delivered", "dropped", "torn", "fps", "latency_ms_p50",
+    "latency_ms_p99", "cpu_percent", "snapshot", "screenshot",
+}  # fmt: skip
+
+
+def leftovers(names: set[str], since: float) -> list[str]:
+    """Processes of those names that started after a time and still run."""
+    found = []
+    boot = time.time() - float(Path("/proc/uptime").read_text().split()[0])
+    for entry in Path("/proc").iterdir():
+        try:
+            stat = (entry / "stat").read_text()
+        except (NotADirectoryError, FileNotFoundError, ProcessLookupError):
+            continue
+        name = stat[stat.index("(") + 1 : stat.rindex(")")]
+        started = boot + int(stat.rpartition(")")[2].split()[19]) / os.sysconf("SC_CLK_TCK")
+        if name in names and started > since:
+            found.append(f"{name} ({entry.name})")
+    return found
+
+
+class Run(unittest.TestCase):
+    """The run command, as ./dev calls it."""
+
+    def setUp(self) -> None:
+        self.folder = LOGS / self._testMethodName
+        self.folder.mkdir(parents=True, exist_ok=True)
+        (self.folder / "build").mkdir(exist_ok=True)
+        link = self.folder / "build" / "bin"
+        link.unlink(missing_ok=True)
+        link.symlink_to(BINARIES.resolve())
+
+    def command(self, *arguments: str) -> list[str]:
+        build = f"--build-dir={self.folder / 'build'}"
+        return [sys.executable, str(RUN), build, "--private", *arguments]
+
+    def test_run_shows_a_live_picture_and_reports_it(self) -> None:
+        report = self.folder / "report.json"
+        ran = subprocess.run(
+            self.command("--seconds=5", f"--report={report}"),
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+            text=True,
+            timeout=120,
+        )
+        print(ran.stdout)
+        self.assertEqual(ran.returncode, 0)
+
+        result = json.loads(report.read_text())
+        self.assertEqual(set(result), REPORT_KEYS)
+        self.assertGreaterEqual(result["offered"], result["processed"])
+        self.assertGreaterEqual(result["processed"], result["delivered"])
+        self.assertEqual(result["dropped"], result["offered"] - result["delivered"])
+        # A sanity bound, not a goal: a busy machine may drop frames, the benchmark measures them.
+        self.assertGreater(result["delivered"], 5 * 30 / 2)
+        self.assertEqual(result["torn"], 0)
+        self.assertGreater(result["latency_ms_p50"], 0)
+        self.assertGreaterEqual(result["latency_ms_p99"], result["latency_ms_p50"])
+        self.assertGreater(result["cpu_percent"], 0)
+        for picture in ("snapshot", "screenshot"):
+            self.assertTrue(Path(result[picture]).read_bytes().startswith(b"\x89PNG"), picture)
+
+    def test_run_without_a_camera_says_so_and_fails(self) -> None:
+        film = self.folder / "no-film.mp4"
+        film.write_text("not a film")
+        ran = subprocess.run(
+            self.command("--seconds=1", f"--video={film}"),
+            stderr=subprocess.PIPE,
+            text=True,
+            timeout=120,
+        )
+        self.assertEqual(ran.returncode, 1)
+        self.assertIn("standin", ran.stderr)
+        self.assertIn(".log", ran.stderr)
+        self.assertNotIn("Traceback", ran.stderr)
+
+    def test_run_stopped_in_any_way_leaves_nothing_running(self) -> None:
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGKILL):
+            with self.subTest(signal.Signals(number).name):
+                started = time.time() - 1
+                with subprocess.Popen(self.command("--seconds=60"), start_new_session=True) as run:
+                    names = {"lumivora-contro", "lumivora-virtua", "lumivora-standi"}  # 15 bytes
+                    wait_until(
+                        lambda: len(leftovers(names, started)) >= 3, 30, "The run did not start"
+                    )
+                    run.send_signal(number)
+                    run.wait(20)
+                names |= {"lumivora-probe", "pipewire", "wireplumber", "Xvfb", "dbus-daemon"}
+                wait_until(
+                    lambda: not leftovers(names, started),
+                    15,
+                    "Something went on running",
+                )
+
+
+class Window(Scenario):
+    def test_window_shows_up_and_the_camera_stops_once_it_is_hidden(self) -> None:
+        self.start_window()
+        wait_until(lambda: self.client_count() == 1, 20, "The preview did not open the camera")
+        shot = self.session.screenshot()
+        shot.save(self.session.logs / "window.png")
+        self.assertGreater(shot.colours(), 10)
+
+        with Display(self.session.environment["DISPLAY"]) as display:
+            display.drop_focus()
+            wait_until(lambda: not display.visible_windows(), 10, "The window stayed")
+        wait_until(lambda: self.client_count() == 0, 10, "The hidden preview was still counted")
+        wait_until(lambda: not self.producing(), 4, "The capture went on without a client")
+
+    def start_window(self) -> None:
+        self.session.start_application()
+        with Display(self.session.environment["DISPLAY"]) as display:
+            wait_until(display.visible_windows, 30, "The application showed no window")
+
+
+class Clients(Scenario):
+    def test_several_clients_get_the_same_picture(self) -> None:
+        self.start_hidden()
+        clients = [self.live_client(f"client-{number}") for number in range(3)]
+        wait_until(lambda: self.client_count() == 3, 5, "Not every client was counted")
+        for client in clients:
+            client.poll()
+            client.wait_live()
+        for client in clients:
+            report = client.report()
+            self.assertEqual(report["torn"], 0)
+            self.assertEqual(report["opened"], 1)
+        wait_until(lambda: self.client_count() == 0, 5, "A client that left was still counted")
+
+
+if __name__ == "__main__":
+    unittest.main()
