@@ -40,8 +40,7 @@ public:
     template <typename U>
         requires std::is_convertible_v<U *, T *>
     ComPtr(ComPtr<U> &&other) noexcept : _pointer(other.detach())
-    {
-    }
+    {}
 
     ~ComPtr() { release(); }
 
