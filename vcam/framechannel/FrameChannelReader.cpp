@@ -93,7 +93,9 @@ std::optional<std::uint32_t> FrameChannelReader::copyLatest(std::span<std::byte>
         // number in writeSequence.
         std::atomic_thread_fence(std::memory_order_acquire);
         const std::uint32_t writing = _header->writeSequence.load(std::memory_order_relaxed);
-        if (writing - sequence < kSlotCount) {
+        // Where the numbers wrap, the next frame goes into the same slot: 2^32 - 1 is a multiple of 3.
+        const bool wrapped = writing < sequence;
+        if (!wrapped && writing - sequence < kSlotCount) {
             return sequence;
         }
     }
