@@ -1,0 +1,284 @@
+// SPDX-License-Identifier: Apache-2.0
+// Capture through GStreamer: source -> (JPEG decoder) -> application sink.
+#include "vcam/capture/CaptureGraph.h"
+
+#include "vcam/capture/CaptureRules.h"
+#include "vcam/capture/linux/GstPointers.h"
+#include "vcam/capture/linux/SampleReader.h"
+#include "vcam/capture/linux/SourceFormats.h"
+
+#include <QDeadlineTimer>
+#include <QLoggingCategory>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include <gst/app/gstappsink.h>
+
+namespace lumivora {
+
+namespace {
+
+Q_LOGGING_CATEGORY(lcGraph, "lumivora.vcam.capture")
+
+using namespace std::chrono_literals;
+
+constexpr auto kStartPatience = 3s;
+constexpr auto kAbandonedPeriod = 50ms;
+
+bool startGStreamer()
+{
+    static const bool started = gst_init_check(nullptr, nullptr, nullptr) != FALSE;
+    return started;
+}
+
+/** An element that is not in a bin yet; null when its plug-in is missing. */
+GstPtr<GstElement> makeElement(const char *factory)
+{
+    GstElement *element = gst_element_factory_make(factory, nullptr);
+    if (element == nullptr) {
+        qCWarning(lcGraph) << "GStreamer element missing:" << factory;
+        return {};
+    }
+    return GstPtr<GstElement>(GST_ELEMENT(gst_object_ref_sink(element)));
+}
+
+GstPtr<GstElement> makeSource(GstDevice &device)
+{
+    GstElement *element = gst_device_create_element(&device, nullptr);
+    if (element == nullptr) {
+        return {};
+    }
+    GstPtr<GstElement> source(GST_ELEMENT(gst_object_ref_sink(element)));
+    GObjectClass *type = G_OBJECT_GET_CLASS(source.get());
+    if (g_object_class_find_property(type, "stream-properties") != nullptr) {
+        // A camera that goes must not be replaced by another one behind the user's back.
+        const GstPtr<GstStructure> properties(gst_structure_new(
+            "properties", "node.dont-fallback", G_TYPE_STRING, "true", "node.dont-move",
+            G_TYPE_STRING, "true", "media.role", G_TYPE_STRING, "Camera", nullptr));
+        g_object_set(source.get(), "stream-properties", properties.get(), nullptr);
+    }
+    return source;
+}
+
+/** The pipeline of one capture. */
+class GStreamerGraph final : public CaptureGraph
+{
+public:
+    GStreamerGraph(BasicSampleGrabberCB &samples, int bitsPerPixel)
+        : _samples(samples), _bitsPerPixel(bitsPerPixel)
+    {}
+    ~GStreamerGraph() override;
+
+    GStreamerGraph(const GStreamerGraph &) = delete;
+    GStreamerGraph &operator=(const GStreamerGraph &) = delete;
+
+    [[nodiscard]] bool build(GstDevice &device, const SourceFormat &format);
+    [[nodiscard]] bool run(const std::function<bool()> &abandoned);
+
+    [[nodiscard]] bool isRunning() const override { return _state == State::Running; }
+    [[nodiscard]] int bitsPerPixel() const override { return _bitsPerPixel; }
+
+private:
+    enum class State { Starting, Running, Failed };
+
+    [[nodiscard]] bool add(GstPtr<GstElement> element);
+    void setState(State state) noexcept;
+
+    static GstFlowReturn takeSample(GstAppSink *sink, gpointer self) noexcept;
+    static GstPadProbeReturn takeEvent(GstPad *pad, GstPadProbeInfo *info, gpointer self) noexcept;
+    static GstBusSyncReply takeMessage(GstBus *bus, GstMessage *message, gpointer self) noexcept;
+
+    BasicSampleGrabberCB &_samples;
+    const int _bitsPerPixel;
+    SampleReader _reader;
+
+    std::mutex _stateLock;
+    std::condition_variable _stateChanged;
+    std::atomic<State> _state{State::Starting}; // written under the lock, so that a wait sees it
+
+    GstPtr<GstElement> _pipeline;
+    GstElement *_last = nullptr; // the pipeline's, next elements follow it
+};
+
+GStreamerGraph::~GStreamerGraph()
+{
+    if (_pipeline) {
+        gst_element_set_state(_pipeline.get(), GST_STATE_NULL);
+        const GstPtr<GstBus> bus(gst_element_get_bus(_pipeline.get()));
+        gst_bus_set_sync_handler(bus.get(), nullptr, nullptr, nullptr);
+    }
+}
+
+bool GStreamerGraph::add(GstPtr<GstElement> element)
+{
+    if (!element || gst_bin_add(GST_BIN(_pipeline.get()), element.get()) == FALSE) {
+        return false;
+    }
+    if (_last != nullptr && gst_element_link(_last, element.get()) == FALSE) {
+        return false;
+    }
+    _last = element.get();
+    return true;
+}
+
+bool GStreamerGraph::build(GstDevice &device, const SourceFormat &format)
+{
+    _pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
+    {
+        const GstPtr<GstBus> bus(gst_element_get_bus(_pipeline.get()));
+        gst_bus_set_sync_handler(bus.get(), &GStreamerGraph::takeMessage, this, nullptr);
+    }
+
+    GstPtr<GstElement> filter = makeElement("capsfilter");
+    GstPtr<GstElement> sink = makeElement("appsink");
+    if (!filter || !sink) {
+        return false;
+    }
+    g_object_set(filter.get(), "caps", format.caps.get(), nullptr);
+
+    const GstPtr<GstCaps> raw(gst_caps_new_empty_simple("video/x-raw"));
+    // A live picture: each sample is taken as it comes, without waiting for its time, and a sample
+    // that cannot be taken gives way to the next.
+    g_object_set(sink.get(), "caps", raw.get(), "sync", FALSE, "max-buffers", 1U, "drop", TRUE,
+                 "enable-last-sample", FALSE, nullptr);
+    GstAppSinkCallbacks callbacks{};
+    callbacks.new_sample = &GStreamerGraph::takeSample;
+    gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, this, nullptr);
+    const GstPtr<GstPad> pad(gst_element_get_static_pad(sink.get(), "sink"));
+    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, &GStreamerGraph::takeEvent,
+                      this, nullptr);
+
+    if (!add(makeSource(device)) || !add(std::move(filter))) {
+        return false;
+    }
+    if (format.jpeg && !add(makeElement("jpegdec"))) {
+        return false;
+    }
+    return add(std::move(sink));
+}
+
+bool GStreamerGraph::run(const std::function<bool()> &abandoned)
+{
+    if (gst_element_set_state(_pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        return false;
+    }
+    // The camera agrees to the format, or refuses it, on the streaming thread. The first picture
+    // may take longer, and its absence is no failure.
+    const QDeadlineTimer deadline(kStartPatience);
+    std::unique_lock guard(_stateLock);
+    while (_state == State::Starting && !abandoned() && !deadline.hasExpired()) {
+        _stateChanged.wait_for(guard, kAbandonedPeriod);
+    }
+    return _state == State::Running;
+}
+
+void GStreamerGraph::setState(State state) noexcept
+{
+    {
+        const std::lock_guard guard(_stateLock);
+        if (_state == State::Failed) {
+            return; // a failed graph does not come back
+        }
+        _state = state;
+    }
+    _stateChanged.notify_all();
+}
+
+GstFlowReturn GStreamerGraph::takeSample(GstAppSink *sink, gpointer self) noexcept
+{
+    auto &graph = *static_cast<GStreamerGraph *>(self);
+    const GstPtr<GstSample> sample(gst_app_sink_pull_sample(sink));
+    SampleOutline outline;
+    if (sample && graph._reader.describe(*sample, outline)) {
+        graph._samples.onSample(outline, [&graph, &sample](QImage &image, bool topDown) {
+            return graph._reader.write(*sample, image, topDown);
+        });
+    }
+    return GST_FLOW_OK;
+}
+
+GstPadProbeReturn GStreamerGraph::takeEvent(GstPad * /*pad*/, GstPadProbeInfo *info,
+                                            gpointer self) noexcept
+{
+    auto &graph = *static_cast<GStreamerGraph *>(self);
+    if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_CAPS) {
+        graph.setState(State::Running);
+    }
+    return GST_PAD_PROBE_OK;
+}
+
+GstBusSyncReply GStreamerGraph::takeMessage(GstBus * /*bus*/, GstMessage *message,
+                                            gpointer self) noexcept
+{
+    auto &graph = *static_cast<GStreamerGraph *>(self);
+    switch (GST_MESSAGE_TYPE(message)) {
+    case GST_MESSAGE_ERROR:
+    case GST_MESSAGE_EOS: // the device has gone
+        graph.setState(State::Failed);
+        break;
+    default:
+        break;
+    }
+    return GST_BUS_DROP; // nobody reads the bus
+}
+
+} // namespace
+
+void listCaptureDevices(QList<CameraDevice> &devices)
+{
+    if (!startGStreamer()) {
+        return;
+    }
+    const GstPtr<GstDeviceMonitor> monitor(gst_device_monitor_new());
+    gst_device_monitor_add_filter(monitor.get(), "Video/Source", nullptr);
+    if (gst_device_monitor_start(monitor.get()) == FALSE) {
+        return;
+    }
+    GList *found = gst_device_monitor_get_devices(monitor.get());
+    gst_device_monitor_stop(monitor.get());
+    // The monitor puts each device that the system announces before those it has.
+    found = g_list_reverse(found);
+    for (const GList *item = found; item != nullptr; item = item->next) {
+        auto *device = static_cast<GstDevice *>(item->data);
+        const GstPtr<gchar> name(gst_device_get_display_name(device));
+        devices.append({QString::fromUtf8(name.get()), // takes over the list's reference
+                        std::shared_ptr<void>(device, &gst_object_unref)});
+    }
+    g_list_free(found);
+}
+
+std::unique_ptr<CaptureGraph> openCaptureGraph(const CameraDevice &camera, const QSize &wanted,
+                                               BasicSampleGrabberCB &samples,
+                                               const std::function<bool()> &abandoned)
+{
+    auto *device = static_cast<GstDevice *>(camera.handle.get());
+    if (device == nullptr) {
+        return nullptr;
+    }
+    const GstPtr<GstCaps> caps(gst_device_get_caps(device));
+    if (!caps) {
+        return nullptr;
+    }
+    const std::vector<SourceFormat> formats = sourceFormats(*caps, wanted);
+    QList<QSize> sizes;
+    std::transform(formats.begin(), formats.end(), std::back_inserter(sizes),
+                   [](const SourceFormat &format) { return format.size; });
+    const qsizetype nearest = nearestFormat(sizes, wanted);
+    if (nearest < 0) {
+        return nullptr;
+    }
+    const SourceFormat &format = formats[static_cast<std::size_t>(nearest)];
+    auto graph = std::make_unique<GStreamerGraph>(samples, format.bitsPerPixel);
+    if (!graph->build(*device, format) || !graph->run(abandoned)) {
+        return nullptr;
+    }
+    return graph;
+}
+
+} // namespace lumivora
