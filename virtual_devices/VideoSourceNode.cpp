@@ -208,7 +208,6 @@ private:
 
     pw_buffer *dequeue();
     void send(pw_buffer *buffer, std::size_t bytes);
-    void updateClock(std::int64_t now);
     void releaseStuckBuffers();
     void updatePeers();
     void updateClients();
@@ -221,7 +220,6 @@ private:
     static void onStreamState(void *self, pw_stream_state old, pw_stream_state state,
                               const char *error) noexcept;
     static void onFormat(void *self, std::uint32_t id, const spa_pod *param) noexcept;
-    static void onIo(void *self, std::uint32_t id, void *area, std::uint32_t size) noexcept;
     static void onBufferAdded(void *self, pw_buffer *buffer) noexcept;
     static void onBufferRemoved(void *self, pw_buffer *buffer) noexcept;
 
@@ -239,7 +237,6 @@ private:
 
     std::optional<PictureFormat> _format;
     std::vector<pw_buffer *> _buffers;
-    spa_io_position *_position = nullptr;
     std::uint64_t _sequence = 0;
     int _dropsInARow = 0;
 
@@ -269,7 +266,6 @@ const pw_stream_events VideoSourceNode::Session::kStreamEvents = [] {
     events.version = PW_VERSION_STREAM_EVENTS;
     events.state_changed = &Session::onStreamState;
     events.param_changed = &Session::onFormat;
-    events.io_changed = &Session::onIo;
     events.add_buffer = &Session::onBufferAdded;
     events.remove_buffer = &Session::onBufferRemoved;
     return events;
@@ -339,7 +335,6 @@ void VideoSourceNode::Session::disconnect()
     }
     _format.reset();
     _buffers.clear();
-    _position = nullptr;
     _tracker.clear();
     updateClients();
 }
@@ -393,15 +388,6 @@ void VideoSourceNode::Session::onFormat(void *self, std::uint32_t id,
     std::array<const spa_pod *, 2> params = {buffersPod(&builder, *session->_format),
                                              headerPod(&builder)};
     pw_stream_update_params(session->_stream, params.data(), params.size());
-}
-
-void VideoSourceNode::Session::onIo(void *self, std::uint32_t id, void *area,
-                                    std::uint32_t size) noexcept
-{
-    if (id == SPA_IO_Position) {
-        static_cast<Session *>(self)->_position =
-            size >= sizeof(spa_io_position) ? static_cast<spa_io_position *>(area) : nullptr;
-    }
 }
 
 void VideoSourceNode::Session::onBufferAdded(void *self, pw_buffer *buffer) noexcept
@@ -466,7 +452,6 @@ pw_buffer *VideoSourceNode::Session::dequeue()
 
 void VideoSourceNode::Session::send(pw_buffer *buffer, std::size_t bytes)
 {
-    const std::int64_t now = monotonicNs();
     spa_chunk *chunk = buffer->buffer->datas[0].chunk;
     chunk->offset = 0;
     chunk->size = static_cast<std::uint32_t>(bytes);
@@ -477,31 +462,16 @@ void VideoSourceNode::Session::send(pw_buffer *buffer, std::size_t bytes)
     if (header != nullptr) {
         header->flags = 0;
         header->offset = 0;
-        header->pts = now;
+        // The graph's clock stays as it is: GStreamer's source of PipeWire 1.4 takes the jump of a
+        // clock that starts to count for the time of day and then waits for ever.
+        header->pts = monotonicNs();
         header->dts_offset = 0;
         header->seq = _sequence;
     }
     buffer->size = 1;
-    updateClock(now);
     ++_sequence;
     pw_stream_queue_buffer(_stream, buffer);
     pw_stream_trigger_process(_stream);
-}
-
-void VideoSourceNode::Session::updateClock(std::int64_t now)
-{
-    if (_position == nullptr || !pw_stream_is_driving(_stream)) {
-        return;
-    }
-    spa_io_clock &clock = _position->clock;
-    clock.nsec = static_cast<std::uint64_t>(now);
-    clock.rate = {1, static_cast<std::uint32_t>(_config.framesPerSecond)};
-    clock.position = _sequence;
-    clock.duration = 1;
-    clock.delay = 0;
-    clock.rate_diff = 1.0;
-    clock.next_nsec =
-        clock.nsec + static_cast<std::uint64_t>(SPA_NSEC_PER_SEC / _config.framesPerSecond);
 }
 
 void VideoSourceNode::Session::releaseStuckBuffers()
