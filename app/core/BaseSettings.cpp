@@ -8,6 +8,8 @@
 #include <QMetaEnum>
 #include <QMutexLocker>
 
+#include <limits>
+
 namespace {
 
 using Settings = BaseSettings::Settings;
@@ -127,6 +129,14 @@ QVariantMap defaultsOf(Settings group)
     }
 }
 
+qint64 stampAfter(qint64 previous)
+{
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    // Two changes within a millisecond, or a clock that was set back.
+    const bool hasNext = previous < std::numeric_limits<qint64>::max();
+    return now > previous || !hasNext ? now : previous + 1;
+}
+
 /** Makes sure that the base class opens an intact store; gives the organisation on. */
 const QString &withIntactStore(const QString &organisation, const QString &application)
 {
@@ -200,8 +210,11 @@ void BaseSettings::setSubSetting(Settings group, SubSettings key, const QVariant
 {
     const QMutexLocker guard(&_subSettingsLock);
     QVariantMap &map = subSettingsOf(group);
+    if (key != SubSettings::LastModified) {
+        map.insert(keyOf(SubSettings::LastModified),
+                   stampAfter(map.value(keyOf(SubSettings::LastModified)).toLongLong()));
+    }
     map.insert(keyOf(key), value);
-    map.insert(keyOf(SubSettings::LastModified), QDateTime::currentMSecsSinceEpoch());
     const QMutexLocker store(&_storeLock);
     setValue(keyOf(group), map);
     sync();
@@ -236,4 +249,11 @@ QVariant BaseSettings::value(const QString &key, const QVariant &defaultValue, b
         sync(); // also takes in what others have written
     }
     return contains(key) ? QSettings::value(key) : defaultValue;
+}
+
+bool BaseSettings::event(QEvent *event)
+{
+    // The base class writes what is pending from the event loop, while other threads may be in it.
+    const QMutexLocker store(&_storeLock);
+    return QSettings::event(event);
 }

@@ -89,7 +89,11 @@ public:
     /** Reads a field of a group; invalid when absent. */
     [[nodiscard]] QVariant getSubSetting(Settings group, SubSettings key);
 
-    /** Replaces a field of a group, stamps the group's LastModified and writes the group out. */
+    /** Replaces a field of a group, stamps the group's LastModified and writes the group out.
+     *
+     *  The stamp is the time in milliseconds since the epoch, and in every case greater than the
+     *  previous one: what depends on the group is rebuilt only when it grows. LastModified itself is
+     *  stored as given. */
     void setSubSetting(Settings group, SubSettings key, const QVariant &value);
 
     /** Value and range of an effect; an inactive all-zero record for groups without one. */
@@ -99,6 +103,8 @@ public:
     /** Cached read of a raw key. @param bypassCache read the file, when it has the key */
     [[nodiscard]] QVariant value(const QString &key, const QVariant &defaultValue,
                                  bool bypassCache);
+
+    bool event(QEvent *event) override;
 
 private:
     /** The group's cached map, read on first use; called with _subSettingsLock held. */

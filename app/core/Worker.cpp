@@ -47,9 +47,21 @@ Worker::~Worker()
 
 void Worker::stop()
 {
+    _stopping = true;
     requestInterruption();
     quit();
     wait();
+}
+
+bool Worker::isStopping() const
+{
+    // The framework forgets the request once the thread has ended.
+    return _stopping || isInterruptionRequested();
+}
+
+bool Worker::isStopping() const
+{
+    return _stopping || isInterruptionRequested();
 }
 
 void Worker::setMaxQueueSize(int maximum)
@@ -60,7 +72,7 @@ void Worker::setMaxQueueSize(int maximum)
 
 bool Worker::runFunctionAsync(Function function)
 {
-    if (isInterruptionRequested()) {
+    if (isStopping()) {
         return false;
     }
     QMutexLocker guard(&_lock);
@@ -79,22 +91,18 @@ bool Worker::runFunctionAsync(Function function)
 
 void Worker::runFunctionSync(Function function)
 {
-    if (isInterruptionRequested()) {
+    if (isStopping()) {
         return;
     }
     QSemaphore done;
     QMutexLocker guard(&_lock);
-    if (_signaler != nullptr) {
-        _queue.push_back({std::move(function), &done});
-        wake(guard);
-    } else {
+    if (_signaler == nullptr) {
+        // The loop has ended and released everyone who waited: nobody would release this caller.
         qCDebug(lcWorker) << "dropping function due to invalid signaler!";
-        if (_finished) {
-            return; // a stop came in between, and its discarding releases nobody any more
-        }
-        _queue.push_back({nullptr, &done});
-        guard.unlock();
+        return;
     }
+    _queue.push_back({std::move(function), &done});
+    wake(guard);
     done.acquire();
 }
 
@@ -123,13 +131,12 @@ void Worker::run()
     exec();
     const QMutexLocker guard(&_lock);
     _signaler = nullptr;
-    _finished = true;
-    discard();
+    discard(); // what was posted after the last turn of the loop
 }
 
-void Worker::drain()
+void Worker::drain() noexcept
 {
-    while (!isInterruptionRequested()) {
+    while (!isStopping()) {
         Entry entry;
         {
             const QMutexLocker guard(&_lock);
@@ -139,9 +146,7 @@ void Worker::drain()
             entry = std::move(_queue.front());
             _queue.pop_front();
         }
-        if (entry.function) {
-            entry.function(_target);
-        }
+        entry.function(_target);
         if (entry.done != nullptr) {
             entry.done->release();
         } else {
@@ -149,7 +154,7 @@ void Worker::drain()
             --_pending;
         }
     }
-    if (isInterruptionRequested()) {
+    if (isStopping()) {
         const QMutexLocker guard(&_lock);
         discard();
     }

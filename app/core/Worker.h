@@ -7,10 +7,10 @@
 #include <QSemaphore>
 #include <QThread>
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <memory>
-#include <optional>
 
 class Signaler;
 
@@ -18,10 +18,14 @@ class Signaler;
  *  posting order, against a target object that lives on that thread.
  *
  *  running -> stopping (interruption requested: posts are refused, the queue is discarded, waiters
- *  are released) -> finished. A worker is not restarted.
+ *  are released) -> finished. A worker is not restarted. Whoever waits is released at the latest
+ *  when the event loop has ended; from then on nobody waits any more.
  *
- *  @thread thread-safe, but a function must not call runFunctionSync on its own worker: it would
- *          wait for itself
+ *  A post made on the worker's own thread, by a timer of the target for instance, runs the queue at
+ *  once. A function must not post synchronously to its own worker: what is queued before it would
+ *  run in its midst.
+ *
+ *  @thread thread-safe, but not to be destroyed on its own thread
  */
 class Worker : public QThread
 {
@@ -80,9 +84,13 @@ private:
 
     Worker(QObject *target, bool moveSelf);
 
+    /** Whether a stop was asked for; unlike the thread's own flag, also after its end. */
+    [[nodiscard]] bool isStopping() const;
+    [[nodiscard]] bool isStopping() const;
+
     /** Emits the signal for an entry just queued; called with the lock held, returns without. */
     void wake(QMutexLocker<QRecursiveMutex> &guard);
-    void drain();
+    void drain() noexcept;
     /** Releases every waiter and destroys what is queued; called with the lock held. */
     void discard();
 
@@ -92,5 +100,6 @@ private:
     std::list<Entry> _queue;
     int _pending = 0; // non-waiting entries queued and not yet finished
     int _maximum = -1;
-    bool _finished = false; // the loop has ended and everything queued was discarded
+    std::atomic<bool> _stopping{false};
+    std::atomic<bool> _stopping = false;
 };
