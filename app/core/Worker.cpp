@@ -59,11 +59,6 @@ bool Worker::isStopping() const
     return _stopping || isInterruptionRequested();
 }
 
-bool Worker::isStopping() const
-{
-    return _stopping || isInterruptionRequested();
-}
-
 void Worker::setMaxQueueSize(int maximum)
 {
     const QMutexLocker guard(&_lock);

@@ -86,7 +86,6 @@ private:
 
     /** Whether a stop was asked for; unlike the thread's own flag, also after its end. */
     [[nodiscard]] bool isStopping() const;
-    [[nodiscard]] bool isStopping() const;
 
     /** Emits the signal for an entry just queued; called with the lock held, returns without. */
     void wake(QMutexLocker<QRecursiveMutex> &guard);
@@ -101,5 +100,4 @@ private:
     int _pending = 0; // non-waiting entries queued and not yet finished
     int _maximum = -1;
     std::atomic<bool> _stopping{false};
-    std::atomic<bool> _stopping = false;
 };
