@@ -2,6 +2,8 @@
 // Lets one virtual device service run for each user, and tells others that it does.
 #pragma once
 
+#include "vcam/framechannel/FileDescriptor.h"
+
 namespace lumivora {
 
 /** Whether the user's virtual device service runs. Asks only; takes nothing.
@@ -15,7 +17,7 @@ namespace lumivora {
 class ServiceLock
 {
 public:
-    ServiceLock() = default;
+    ServiceLock();
     ~ServiceLock();
 
     ServiceLock(const ServiceLock &) = delete;
@@ -25,7 +27,7 @@ public:
     [[nodiscard]] bool acquire();
 
 private:
-    int _file = -1;
+    FileDescriptor _file;
 };
 
 } // namespace lumivora
