@@ -19,9 +19,9 @@ namespace lumivora {
  *                      can be drawn and drawn on
  *  @return the bitmap at 96 DPI, or empty on failure (a warning is logged)
  *  @thread thread-bound: the pipeline's thread */
-[[nodiscard]] ComPtr<ID2D1Bitmap1>
-createBitmapFromBuffer(const ComPtr<ID2D1DeviceContext> &context, const void *pixels,
-                       quint32 width, quint32 height, bool cpuReadable);
+[[nodiscard]] ComPtr<ID2D1Bitmap1> createBitmapFromBuffer(const ComPtr<ID2D1DeviceContext> &context,
+                                                          const void *pixels, quint32 width,
+                                                          quint32 height, bool cpuReadable);
 
 /** Copies a rendered bitmap into an image.
  *  @param context, target, cpuBitmap  consumed: released before the return. target is B G R A and

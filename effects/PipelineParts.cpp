@@ -12,8 +12,7 @@ DeviceFunctions DeviceFunctions::system()
                                  device, nullptr, context);
     };
     functions.queryDxgiDevice = [](ID3D11Device *device, IDXGIDevice **dxgiDevice) {
-        return device->QueryInterface(__uuidof(IDXGIDevice),
-                                      reinterpret_cast<void **>(dxgiDevice));
+        return device->QueryInterface(__uuidof(IDXGIDevice), reinterpret_cast<void **>(dxgiDevice));
     };
     functions.createFactory = [](ID2D1Factory1 **factory) {
         const D2D1_FACTORY_OPTIONS options{D2D1_DEBUG_LEVEL_NONE};

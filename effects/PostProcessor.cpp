@@ -136,8 +136,7 @@ bool PostProcessor::Opaque::hasWork(const ActiveEffects &active) const
 ComPtr<ID2D1Bitmap1> PostProcessor::Opaque::upload(const QImage &frame) const
 {
     const QImage pixels = uploadable(frame);
-    return createBitmapFromBuffer(context, pixels.constBits(),
-                                  static_cast<quint32>(pixels.width()),
+    return createBitmapFromBuffer(context, pixels.constBits(), static_cast<quint32>(pixels.width()),
                                   static_cast<quint32>(pixels.height()), false);
 }
 
@@ -157,8 +156,7 @@ ComPtr<ID2D1Bitmap1> PostProcessor::Opaque::readBackBitmapFor(const QSize &frame
 
 PostProcessor::PostProcessor(BaseSettings *settings, QObject *parent)
     : PostProcessor(settings, parent, PipelineParts::standard())
-{
-}
+{}
 
 PostProcessor::PostProcessor(BaseSettings *settings, QObject *parent, const PipelineParts &parts)
     : QObject(parent), _opaque(std::make_shared<Opaque>(this, settings))

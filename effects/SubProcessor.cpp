@@ -16,8 +16,7 @@ constexpr qint64 kMsPerSecond = 1000;
 
 SubProcessor::SubProcessor(lumivora::Clock clock)
     : _worker(Worker::create(this, true)), _clock(std::move(clock))
-{
-}
+{}
 
 SubProcessor::~SubProcessor()
 {
@@ -41,10 +40,9 @@ SubProcessor::Bitmap SubProcessor::processImageAsync(Bitmap input, const float &
                                                      const CameraSetting &setting)
 {
     // The worker discards what it has not begun before the stage goes.
-    _worker->runFunctionAsync(
-        [this, input = std::move(input), width, height, setting](QObject *) {
-            processImage(input, width, height, setting);
-        });
+    _worker->runFunctionAsync([this, input = std::move(input), width, height, setting](QObject *) {
+        processImage(input, width, height, setting);
+    });
     return lastResult();
 }
 

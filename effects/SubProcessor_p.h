@@ -10,8 +10,7 @@ class SubProcessor::OpaqueBase
 public:
     OpaqueBase(SubProcessor *stage, lumivora::ComPtr<ID2D1DeviceContext> deviceContext)
         : owner(stage), context(std::move(deviceContext))
-    {
-    }
+    {}
     virtual ~OpaqueBase() { owner = nullptr; }
 
     OpaqueBase(const OpaqueBase &) = delete;

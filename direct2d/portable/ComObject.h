@@ -2,7 +2,7 @@
 // What every object of the portable Direct2D shares: counting, identity, and the exception border.
 #pragma once
 
-#include "direct2d/portable/LiveObjects.h"
+#include "direct2d/portable/ObjectCounts.h"
 
 #include <opencv2/core.hpp>
 
@@ -52,8 +52,12 @@ public:
 
 protected:
     /** Starts with one reference, the creator's. */
-    ComObject() noexcept { liveObjects().fetch_add(1, std::memory_order_relaxed); }
-    virtual ~ComObject() { liveObjects().fetch_sub(1, std::memory_order_relaxed); }
+    ComObject() noexcept
+    {
+        objectCounts().live.fetch_add(1, std::memory_order_relaxed);
+        objectCounts().made.fetch_add(1, std::memory_order_relaxed);
+    }
+    virtual ~ComObject() { objectCounts().live.fetch_sub(1, std::memory_order_relaxed); }
 
     /** The object as another of its interfaces, uncounted; null when it has none. */
     virtual void *find(REFIID riid) noexcept

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "direct2d/ComPtr.h"
-#include "direct2d/portable/LiveObjects.h"
+#include "direct2d/portable/ObjectCounts.h"
 
 #include <d2d1_1.h>
 #include <d3d11.h>
@@ -60,7 +60,7 @@ protected:
     void TearDown() override
     {
         device = {};
-        EXPECT_EQ(direct2d::liveObjects() - _liveBefore, 0);
+        EXPECT_EQ(direct2d::objectCounts().live - _liveBefore, 0);
     }
 
     ComPtr<ID2D1Bitmap1> bitmap(UINT32 width, UINT32 height, const Pixels &pixels,
@@ -112,7 +112,7 @@ protected:
     }
 
 private:
-    std::ptrdiff_t _liveBefore = direct2d::liveObjects();
+    std::ptrdiff_t _liveBefore = direct2d::objectCounts().live;
 
 protected:
     TestDevice device = TestDevice::create();
