@@ -46,8 +46,12 @@ void passOn(QtMsgType type, const QMessageLogContext &context, const QString &me
 App::Parts App::Parts::real()
 {
     Parts parts;
-    parts.createVCam = [](BaseSettings *settings) { return std::make_unique<VCam>(settings); };
-    parts.createGrabber = [] { return std::make_unique<CameraGrabber>(); };
+    parts.createVCam = [](BaseSettings *settings) {
+        return std::make_unique<VCam>(settings);
+    };
+    parts.createGrabber = [] {
+        return std::make_unique<CameraGrabber>();
+    };
     parts.createMainWindow = [](App &app) {
         return std::make_unique<MainWidget>(app);
     };
@@ -56,9 +60,7 @@ App::Parts App::Parts::real()
     return parts;
 }
 
-App::App(int &argc, char **argv) : App(argc, argv, Parts::real())
-{
-}
+App::App(int &argc, char **argv) : App(argc, argv, Parts::real()) {}
 
 App::App(int &argc, char **argv, Parts parts)
     : QApplication(argc, argv), _parts(std::move(parts)),
@@ -116,8 +118,8 @@ void App::buildTray()
     addEntry(tr("Quit"), &App::shutdown);
     _trayMenu->addSeparator();
     _trayMenu
-        ->addAction(QStringLiteral("%1 %2%3")
-                        .arg(kProductName, versionText(), QStringLiteral(" - Public Beta")))
+        ->addAction(QStringLiteral("%1 %2%3").arg(kProductName, versionText(),
+                                                  QStringLiteral(" - Public Beta")))
         ->setEnabled(false);
 
     _trayIcon = std::make_unique<QSystemTrayIcon>();
@@ -175,8 +177,7 @@ void App::recreateMainWindow()
 {
     qCDebug(lcApp).noquote() << "recreating main window";
     const bool wasVisible = _mainWindow && _mainWindow->isVisible();
-    const std::unique_ptr<QWidget> old =
-        std::exchange(_mainWindow, _parts.createMainWindow(*this));
+    const std::unique_ptr<QWidget> old = std::exchange(_mainWindow, _parts.createMainWindow(*this));
     _mainWindow->setWindowIcon(windowIcon());
     _mainWindow->setVisible(wasVisible);
     if (old) {

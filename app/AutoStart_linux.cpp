@@ -54,8 +54,7 @@ void addToLogin(const QString &executable)
                               .arg(quotedArgument(executable));
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(entry.toUtf8()) < 0 || !file.commit()) {
-        qCWarning(lcAutoStart).noquote()
-            << "Unable to write" << path << "-" << file.errorString();
+        qCWarning(lcAutoStart).noquote() << "Unable to write" << path << "-" << file.errorString();
     }
 }
 

@@ -7,9 +7,9 @@
 
 namespace lumivora {
 
-/** While it lives, a request to end the process (SIGTERM, SIGINT and SIGHUP; on Windows the console's
- *  control events) runs the function on the thread that made the object, from its event loop,
- *  instead of killing the process. One object at a time.
+/** While it lives, a request to end the process (SIGTERM, SIGINT and SIGHUP; on Windows the
+ * console's control events) runs the function on the thread that made the object, from its event
+ * loop, instead of killing the process. One object at a time.
  *  @thread thread-bound */
 class TerminationSignals
 {

@@ -3,9 +3,7 @@
 
 namespace lumivora {
 
-void keepVirtualDevicesRunning(QObject * /*context*/)
-{
-}
+void keepVirtualDevicesRunning(QObject * /*context*/) {}
 
 bool areVirtualDevicesStarting()
 {

@@ -20,9 +20,8 @@ void openVirtualCamera(CameraGrabber &grabber)
 {
     QList<CameraDevice> devices;
     grabber.listDevices(devices);
-    const auto camera = std::ranges::find_if(devices, [](const CameraDevice &device) {
-        return device.name.contains(kVirtualCamera);
-    });
+    const auto camera = std::ranges::find_if(
+        devices, [](const CameraDevice &device) { return device.name.contains(kVirtualCamera); });
     if (camera != devices.end()) {
         const int index = static_cast<int>(std::distance(devices.begin(), camera));
         grabber.startCamera(kWidth, -kHeight, index, camera->name, QString());

@@ -69,7 +69,9 @@ TEST(WorkerTest, functions_waitingOrNot_runInPostingOrder)
     const auto worker = Worker::create(nullptr, false);
     std::vector<int> order;
     for (int i = 0; i < 100; ++i) {
-        const auto append = [&order, i](QObject *) { order.push_back(i); };
+        const auto append = [&order, i](QObject *) {
+            order.push_back(i);
+        };
         if (i % 7 == 0) {
             worker->runFunctionSync(append);
         } else {
@@ -149,9 +151,9 @@ TEST(WorkerTest, runFunctionSync_isNotBounded)
 TEST(WorkerTest, runFunctionSyncEx_returnsTheResult)
 {
     const auto worker = Worker::create(nullptr, false);
-    EXPECT_EQ(worker->runFunctionSyncEx<QString>(
-                  [](QObject *) { return QStringLiteral("answer"); }),
-              QStringLiteral("answer"));
+    EXPECT_EQ(
+        worker->runFunctionSyncEx<QString>([](QObject *) { return QStringLiteral("answer"); }),
+        QStringLiteral("answer"));
 }
 
 TEST(WorkerTest, runFunctionSync_fromTheWorkersOwnThread_runsAtOnce)

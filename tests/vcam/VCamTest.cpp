@@ -10,11 +10,9 @@
 #include "vcam/framechannel/FrameChannelReader.h"
 #include "vcam/framechannel/InstanceCounter.h"
 
-#include <QSignalSpy>
-#include <QTemporaryDir>
-
 #include <gmock/gmock.h>
 
+#include <cstring>
 #include <future>
 #include <thread>
 #include <vector>
@@ -61,7 +59,7 @@ protected:
     {
         return {
             [this] { return std::make_unique<FakeGrabber>(cameras); },
-            [this] { return permission; },
+            [this] { return permission.load(); },
             [this] { return nowMs.load(); },
         };
     }
@@ -82,7 +80,6 @@ protected:
 
     TemporaryRuntime runtime;
     LogCapture log;
-    QTemporaryDir profile;
     BaseSettings settings{QStringLiteral("Orvane"), QStringLiteral("LumivoraControlVCamTest")};
     std::shared_ptr<FakeCameras> cameras = std::make_shared<FakeCameras>();
     std::atomic<bool> permission = true;
