@@ -120,17 +120,24 @@ void CameraClient::open(const QString &serial)
     // The stream stays with the camera that was asked for: the session must not move it to another
     // one, and tells us when the camera has gone.
     GError *error = nullptr;
-    GstElement *pipeline = gst_parse_launch(
-        "pipewiresrc name=source stream-properties=\"props,node.dont-fallback=true,"
-        "node.dont-reconnect=true\" ! videoconvert ! video/x-raw,format=BGRx ! "
-        "appsink name=sink sync=false max-buffers=2",
-        &error);
-    if (pipeline == nullptr) {
+    GstElement *pipeline =
+        gst_parse_launch("pipewiresrc name=source "
+                         "stream-properties=\"props,node.dont-fallback=true,"
+                         "node.dont-reconnect=true\" ! videoconvert ! video/x-raw,format=BGRx ! "
+                         "appsink name=sink sync=false max-buffers=2",
+                         &error);
+    if (error != nullptr) {
         const std::lock_guard guard(_lock);
         _lastError = QString::fromUtf8(error->message);
         g_clear_error(&error);
+        gst_clear_object(&pipeline);
         return;
     }
+    // The clock that pipewiresrc offers stands still while no frame comes; waiting for it, the
+    // source would hold back the frames after a pause.
+    GstClock *clock = gst_system_clock_obtain();
+    gst_pipeline_use_clock(GST_PIPELINE(pipeline), clock);
+    gst_object_unref(clock);
     _gst->pipeline = pipeline;
 
     GstElement *source = gst_bin_get_by_name(GST_BIN(pipeline), "source");
