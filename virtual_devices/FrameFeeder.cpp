@@ -37,15 +37,15 @@ void FrameFeeder::step()
 
 void FrameFeeder::attach()
 {
+    if (_sourceGaveFrame) {
+        _lastSeen = _environment.clock();
+    }
     if (_source && !_source->isAlive()) {
         _source.reset();
     }
     if (!_source) {
         _source = _environment.open();
         _sourceGaveFrame = false;
-    }
-    if (_sourceGaveFrame) {
-        _lastSeen = _environment.clock();
     }
 }
 
@@ -55,7 +55,6 @@ void FrameFeeder::showFrame()
     if (_hasFrame) {
         _environment.show(_frame);
         _shown = _environment.clock();
-        _lastSeen = _shown;
         _sourceGaveFrame = true;
     }
 }

@@ -58,7 +58,7 @@ private:
     std::vector<std::byte> _frame;
     bool _hasFrame = false;
     bool _sourceGaveFrame = false;
-    std::chrono::milliseconds _lastSeen{0}; // a source that gave a frame
+    std::chrono::milliseconds _lastSeen{0}; // the source of the frame
     std::chrono::milliseconds _shown{-kRepeat};
 };
 

@@ -19,6 +19,7 @@ namespace {
 constexpr double kWavePeriodMs = 1500;
 constexpr double kRadius = 8;
 constexpr std::array<QPoint, 3> kDots = {QPoint(608, 580), QPoint(640, 580), QPoint(672, 580)};
+constexpr QRect kDotArea(590, 570, 100, 20);
 constexpr QRgb kDim = qRgb(44, 58, 98);
 constexpr QRgb kBright = qRgb(127, 227, 255);
 
@@ -32,19 +33,20 @@ QColor mixed(QRgb from, QRgb to, double part)
 } // namespace
 
 Placeholder::Placeholder(MonotonicClock clock)
-    : _clock(std::move(clock)),
-      _picture(QImage(QStringLiteral(":/devices/placeholder.png"))
-                   .convertToFormat(QImage::Format_RGB32))
+    : _clock(std::move(clock)), _still(QImage(QStringLiteral(":/devices/placeholder.png"))
+                                           .convertToFormat(QImage::Format_RGB32))
 {
-    if (_picture.size() != QSize(kCameraWidth, kCameraHeight)) {
-        _picture = QImage(kCameraWidth, kCameraHeight, QImage::Format_RGB32);
-        _picture.fill(Qt::black);
+    if (_still.size() != QSize(kCameraWidth, kCameraHeight)) {
+        _still = QImage(kCameraWidth, kCameraHeight, QImage::Format_RGB32);
+        _still.fill(Qt::black);
     }
+    _picture = _still;
 }
 
 std::span<const std::byte> Placeholder::draw()
 {
     QPainter painter(&_picture);
+    painter.drawImage(kDotArea.topLeft(), _still, kDotArea);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
     const double wave = static_cast<double>(_clock().count()) / kWavePeriodMs;

@@ -24,6 +24,7 @@ public:
 
 private:
     MonotonicClock _clock;
+    QImage _still;
     QImage _picture;
 };
 
