@@ -27,6 +27,9 @@ function(lumivora_executable name)
     target_link_libraries(${name} PRIVATE ${ARG_LINK} lumivora_compiler)
 endfunction()
 
+# What the sanitizer builds build.
+add_custom_target(unit_tests)
+
 # lumivora_test(NAME SOURCES ... [LINK ...] [LABELS ...] [TIMEOUT seconds] [NO_MAIN])
 # A GoogleTest executable, one ctest entry per test case. LABELS: unit (the default) or integration.
 # The main is ours (tests/support/main.cpp): it makes a QCoreApplication and captures the log.
@@ -41,6 +44,9 @@ function(lumivora_test name)
     lumivora_executable(${name} SOURCES ${ARG_SOURCES} LINK ${ARG_LINK} GTest::gmock)
     if(NOT ARG_NO_MAIN)
         target_link_libraries(${name} PRIVATE test_support)
+    endif()
+    if("unit" IN_LIST ARG_LABELS)
+        add_dependencies(unit_tests ${name})
     endif()
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})

@@ -8,6 +8,7 @@
 
 readonly kSuite=trixie
 readonly kSetUpSpaceGb=6
+readonly kMarker=.lumivora-complete
 readonly kHere=$project/tools/environment
 
 cache=${LUMIVORA_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/lumivora-control}
@@ -105,13 +106,14 @@ remove_stale_roots() {
     for old in "$cache"/root-*; do
         [[ -d $old && $old != "$root" ]] || continue
         if [[ -e $old/$kMarker ]]; then
-            flock -n "$old/$kMarker" true || continue
+            # Half a root must not look like a whole one while it is being removed.
+            flock -n "$old/$kMarker" mv "$old" "$old.stale" || continue
+            old=$old.stale
         fi
-        in_namespaces rm -rf --one-file-system "$old"
+        run_logged 'Removing a former build environment' /dev/null \
+            in_namespaces rm -rf --one-file-system "$old"
     done
 }
-
-readonly kMarker=.lumivora-complete
 
 set_up_root() {
     local log=$cache/set-up.log partial=$root.partial
@@ -133,10 +135,11 @@ set_up_root() {
 
 # Leaves the descriptor `in_use` open, with a lock that keeps the root from being removed.
 ensure_root() {
-    mkdir -p "$cache/home" "$cache/ccache" || fail "Cannot write to $cache: set LUMIVORA_CACHE to a folder you may write to."
+    local lock
+    mkdir -p "$cache/home" "$cache/ccache" 2>/dev/null ||
+        fail "Cannot write to $cache: set LUMIVORA_CACHE to a folder that you may write to."
     root=$cache/root-$(cat "$kHere/packages.txt" "$kHere/make-root.sh" | sha256sum | cut -c 1-16)
-    if [[ ! -e $root/$kMarker ]]; then
-        local lock
+    until hold_root; do
         exec {lock}>"$cache/lock"
         if ! flock -n "$lock"; then
             printf 'Waiting for another ./dev that is setting up ...\n' >&2
@@ -144,9 +147,11 @@ ensure_root() {
         fi
         [[ -e $root/$kMarker ]] || set_up_root
         exec {lock}>&-
-    fi
-    exec {in_use}<"$root/$kMarker"
-    flock -s "$in_use"
+    done
+}
+
+hold_root() {
+    [[ -e $root/$kMarker ]] && exec {in_use}<"$root/$kMarker" && flock -s "$in_use" && [[ -e $root/$kMarker ]]
 }
 
 # forward SIGNAL - to the first process inside, which the one that made the namespaces waits for
