@@ -140,7 +140,7 @@ qint64 stampAfter(qint64 previous)
 /** Makes sure that the base class opens an intact store; gives the organisation on. */
 const QString &withIntactStore(const QString &organisation, const QString &application)
 {
-    lumivora::setDamagedSettingsAside(organisation, application);
+    lumivora::repairSettingsStore(organisation, application);
     return organisation;
 }
 

@@ -92,8 +92,8 @@ public:
     /** Replaces a field of a group, stamps the group's LastModified and writes the group out.
      *
      *  The stamp is the time in milliseconds since the epoch, and in every case greater than the
-     *  previous one: what depends on the group is rebuilt only when it grows. LastModified itself is
-     *  stored as given. */
+     *  previous one: what depends on the group is rebuilt only when it grows. LastModified itself
+     * is stored as given. */
     void setSubSetting(Settings group, SubSettings key, const QVariant &value);
 
     /** Value and range of an effect; an inactive all-zero record for groups without one. */

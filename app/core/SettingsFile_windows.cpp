@@ -4,6 +4,6 @@
 namespace lumivora {
 
 // The registry is transactional: a torn write never reaches a reader.
-void setDamagedSettingsAside(const QString & /*organisation*/, const QString & /*application*/) {}
+void repairSettingsStore(const QString & /*organisation*/, const QString & /*application*/) {}
 
 } // namespace lumivora
