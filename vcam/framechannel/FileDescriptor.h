@@ -17,8 +17,7 @@ public:
 
     FileDescriptor(FileDescriptor &&other) noexcept
         : _descriptor(std::exchange(other._descriptor, -1))
-    {
-    }
+    {}
     FileDescriptor &operator=(FileDescriptor &&other) noexcept
     {
         std::swap(_descriptor, other._descriptor);

@@ -28,9 +28,8 @@ public:
      *  @return none when a producer has the channel already (it is left untouched) or the system
      *          refuses the section
      */
-    [[nodiscard]] static std::unique_ptr<FrameChannel> create(std::uint32_t width,
-                                                              std::uint32_t height,
-                                                              std::uint64_t frameDuration100ns);
+    [[nodiscard]] static std::unique_ptr<FrameChannel>
+    create(std::uint32_t width, std::uint32_t height, std::uint64_t frameDuration100ns);
 
     /** Closes: readers see the producer gone. */
     ~FrameChannel();

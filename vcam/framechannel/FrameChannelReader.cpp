@@ -93,7 +93,8 @@ std::optional<std::uint32_t> FrameChannelReader::copyLatest(std::span<std::byte>
         // number in writeSequence.
         std::atomic_thread_fence(std::memory_order_acquire);
         const std::uint32_t writing = _header->writeSequence.load(std::memory_order_relaxed);
-        // Where the numbers wrap, the next frame goes into the same slot: 2^32 - 1 is a multiple of 3.
+        // Where the numbers wrap, the next frame goes into the same slot: 2^32 - 1 is a multiple
+        // of 3.
         const bool wrapped = writing < sequence;
         if (!wrapped && writing - sequence < kSlotCount) {
             return sequence;
@@ -108,8 +109,7 @@ bool FrameChannelReader::waitForFrame(std::uint32_t lastSequence,
     using Clock = std::chrono::steady_clock;
     const Clock::time_point deadline = Clock::now() + timeout;
     while (_header->readySequence.load(std::memory_order_acquire) == lastSequence) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
         if (left <= std::chrono::milliseconds::zero() || state() == ChannelState::Closed) {
             return false;
         }

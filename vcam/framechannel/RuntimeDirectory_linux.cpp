@@ -45,8 +45,7 @@ std::string choosePath()
 
 RuntimeDirectory::RuntimeDirectory(FileDescriptor descriptor, std::string path)
     : _descriptor(std::move(descriptor)), _path(std::move(path))
-{
-}
+{}
 
 std::optional<RuntimeDirectory> RuntimeDirectory::open()
 {

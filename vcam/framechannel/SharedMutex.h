@@ -21,7 +21,7 @@ public:
     struct Opened
     {
         std::unique_ptr<SharedMutex> mutex = nullptr; // on failure
-        std::uint32_t errorCode = 0; // the system's
+        std::uint32_t errorCode = 0;                  // the system's
     };
 
     /** Opens the mutex, or makes it, free, when there is none. */

@@ -48,7 +48,8 @@ public:
 
     /** Opens the section, or makes it when there is none (Linux: or its size is not bytes). It has
      *  no owner and stays when the object goes.
-     *  @param initialise  called once on the zero-filled section if it is made here; may be empty */
+     *  @param initialise  called once on the zero-filled section if it is made here; may be empty
+     */
     [[nodiscard]] static Opened openOrCreate(const std::string &name, std::size_t bytes,
                                              const Initialise &initialise = {});
 

@@ -30,8 +30,7 @@ struct SharedSection::Handle
     Handle(RuntimeDirectory folder, FileDescriptor descriptor, std::string fileName, bool isOwner)
         : directory(std::move(folder)), file(std::move(descriptor)), name(std::move(fileName)),
           owner(isOwner)
-    {
-    }
+    {}
 
     /** Makes the file and puts it in the place of any other; the folder is locked. Takes over the
      *  folder on success. */

@@ -112,9 +112,7 @@ bool SharedSection::isCurrent() const
     return true; // the name cannot go to another section while this one is open
 }
 
-void SharedSection::wake(std::atomic<std::uint32_t> & /*word*/)
-{
-}
+void SharedSection::wake(std::atomic<std::uint32_t> & /*word*/) {}
 
 void SharedSection::waitWhileEqual(const std::atomic<std::uint32_t> &word, std::uint32_t value,
                                    std::chrono::milliseconds timeout)

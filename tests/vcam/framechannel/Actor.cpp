@@ -40,7 +40,8 @@ bool waitForGo()
     return static_cast<bool>(std::getline(std::cin, line));
 }
 
-template <typename T> void print(const T &what)
+template <typename T>
+void print(const T &what)
 {
     std::cout << what << std::endl;
 }
@@ -140,7 +141,9 @@ int main(int argc, char **argv)
 {
     const QList<QByteArray> words(argv + 1, argv + argc);
     const QByteArray command = words.value(0);
-    const auto number = [&](int index) { return words.value(index).toUInt(); };
+    const auto number = [&](int index) {
+        return words.value(index).toUInt();
+    };
     if (command == "produce") {
         return produce();
     }

@@ -8,8 +8,7 @@ namespace lumivora::test {
 ActorProcess::ActorProcess(const QStringList &arguments)
 {
     _process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    _process.start(QCoreApplication::applicationDirPath() +
-                       QStringLiteral("/framechannel_actor"),
+    _process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/framechannel_actor"),
                    arguments);
     _process.waitForStarted(-1);
 }

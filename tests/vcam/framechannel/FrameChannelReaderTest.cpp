@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The reader's side: what it believes, what it copies, how it waits.
 
+#include "vcam/framechannel/FrameChannelReader.h"
 #include "tests/vcam/framechannel/RawSection.h"
 #include "vcam/framechannel/FrameChannel.h"
-#include "vcam/framechannel/FrameChannelReader.h"
 
 #include <gtest/gtest.h>
 
@@ -76,8 +76,7 @@ void PrintTo(const HostileHeader &header, std::ostream *out)
 
 class HostileHeaderTest : public FrameChannelReaderTest,
                           public ::testing::WithParamInterface<HostileHeader>
-{
-};
+{};
 
 } // namespace
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The producer's side, checked byte for byte through a mapping of its own.
 
+#include "vcam/framechannel/FrameChannel.h"
 #include "tests/vcam/framechannel/ActorProcess.h"
 #include "tests/vcam/framechannel/RawSection.h"
-#include "vcam/framechannel/FrameChannel.h"
 
 #include <gtest/gtest.h>
 
@@ -55,16 +55,16 @@ TEST_F(FrameChannelTest, create_hdFormat_writesTheHeaderByteForByte)
     ASSERT_TRUE(raw);
 
     const std::vector<std::uint8_t> expected = {
-        0x00, 0x00, 0x00, 0x00, // write sequence
-        0x00, 0x00, 0x00, 0x00, // ready sequence
-        0x01, 0x00, 0x00, 0x00, // state
-        0x60, 0x00, 0x00, 0x00, // slot 0: 96
-        0x80, 0x40, 0x38, 0x00, // slot 1: 3686528
-        0xA0, 0x80, 0x70, 0x00, // slot 2: 7372960
-        0x00, 0x00, 0x00, 0x00, // reserved
-        0x00, 0x05, 0x00, 0x00, // 1280
-        0xD0, 0x02, 0x00, 0x00, // 720
-        0x00, 0x00, 0x00, 0x00, // reserved
+        0x00, 0x00, 0x00, 0x00,                         // write sequence
+        0x00, 0x00, 0x00, 0x00,                         // ready sequence
+        0x01, 0x00, 0x00, 0x00,                         // state
+        0x60, 0x00, 0x00, 0x00,                         // slot 0: 96
+        0x80, 0x40, 0x38, 0x00,                         // slot 1: 3686528
+        0xA0, 0x80, 0x70, 0x00,                         // slot 2: 7372960
+        0x00, 0x00, 0x00, 0x00,                         // reserved
+        0x00, 0x05, 0x00, 0x00,                         // 1280
+        0xD0, 0x02, 0x00, 0x00,                         // 720
+        0x00, 0x00, 0x00, 0x00,                         // reserved
         0x10, 0x09, 0x05, 0x00, 0x00, 0x00, 0x00, 0x00, // 330000
     };
     EXPECT_EQ(bytesAt(*raw, 0, 0x30), expected);

@@ -151,7 +151,9 @@ TEST_F(ChannelFileTest, close_fileOfAnotherInItsPlace_staysThere)
 
 TEST_F(ChannelFileTest, create_filesInTheWay_areReplacedAndNotChanged)
 {
-    const auto garbage = [](std::size_t bytes) { return std::vector(bytes, std::byte{0xA5}); };
+    const auto garbage = [](std::size_t bytes) {
+        return std::vector(bytes, std::byte{0xA5});
+    };
     std::vector<std::vector<std::byte>> contents = {garbage(0), garbage(1), garbage(24768),
                                                     garbage(24767), garbage(100000)};
     {

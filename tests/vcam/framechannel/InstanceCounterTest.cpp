@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The client counter as both its sides see it.
 
+#include "vcam/framechannel/InstanceCounter.h"
 #include "tests/vcam/framechannel/ActorProcess.h"
 #include "tests/vcam/framechannel/RawSection.h"
-#include "vcam/framechannel/InstanceCounter.h"
 #include "vcam/framechannel/SharedMutex.h"
 
 #include <gtest/gtest.h>

@@ -43,14 +43,6 @@ TEST_F(CounterObjectTest, open_sectionsNameTakenByAnEvent_tellsTheReason)
                                 std::to_string(ERROR_INVALID_HANDLE) + "\n");
 }
 
-TEST_F(CounterObjectTest, open_readOnlySection_tellsThatItCannotBeMapped)
-{
-    _obstacle = ::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READONLY, 0, 4, kSection);
-    ASSERT_NE(_obstacle, nullptr);
-    EXPECT_EQ(failedOpen(),
-              "Could not map view of file: " + std::to_string(ERROR_ACCESS_DENIED) + "\n");
-}
-
 TEST_F(CounterObjectTest, open_mutexsNameTakenByAnEvent_tellsTheReason)
 {
     _obstacle = ::CreateEventW(nullptr, TRUE, FALSE, kMutex);

@@ -34,7 +34,8 @@ public:
     [[nodiscard]] std::span<std::byte> bytes() const { return _bytes; }
     [[nodiscard]] std::vector<std::byte> copy() const { return {_bytes.begin(), _bytes.end()}; }
 
-    template <typename T> [[nodiscard]] T at(std::size_t offset) const
+    template <typename T>
+    [[nodiscard]] T at(std::size_t offset) const
     {
         T value;
         std::memcpy(&value, _bytes.data() + offset, sizeof(value));

@@ -27,9 +27,8 @@ std::unique_ptr<RawSection> RawSection::make(const std::string &name,
                                              std::span<const std::byte> content)
 {
     const std::wstring wideName(name.begin(), name.end());
-    HANDLE handle =
-        ::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                             static_cast<DWORD>(content.size()), wideName.c_str());
+    HANDLE handle = ::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                         static_cast<DWORD>(content.size()), wideName.c_str());
     std::unique_ptr<RawSection> section = handle != nullptr ? open(name) : nullptr;
     ::CloseHandle(handle);
     if (section) {

@@ -76,8 +76,8 @@ TEST_F(RuntimeDirectoryTest, open_configuredFolderUnusable_fallsBack)
 {
     std::ofstream(_runtime.path() + "/file") << "no folder";
     const QByteArray file = QByteArray::fromStdString(_runtime.path()) + "/file";
-    for (const QByteArray &value : {QByteArray(), QByteArray("relative"),
-                                    QByteArray("/nonexistent/folder"), file}) {
+    for (const QByteArray &value :
+         {QByteArray(), QByteArray("relative"), QByteArray("/nonexistent/folder"), file}) {
         qputenv("XDG_RUNTIME_DIR", value);
         EXPECT_EQ(openedPath(), fallback()) << value.toStdString();
     }
