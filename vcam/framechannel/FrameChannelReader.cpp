@@ -93,8 +93,7 @@ std::optional<std::uint32_t> FrameChannelReader::copyLatest(std::span<std::byte>
         // number in writeSequence.
         std::atomic_thread_fence(std::memory_order_acquire);
         const std::uint32_t writing = _header->writeSequence.load(std::memory_order_relaxed);
-        // Where the numbers wrap, the next frame goes into the same slot: 2^32 - 1 is a multiple
-        // of 3.
+        // 2^32 - 1 is a multiple of 3: where the numbers wrap, 0 goes into the same slot.
         const bool wrapped = writing < sequence;
         if (!wrapped && writing - sequence < kSlotCount) {
             return sequence;
