@@ -160,7 +160,7 @@ void PipeWireSession::setVariable(const char *name, const QByteArray &value)
 bool startHelper(QProcess &process, const QString &program, const QStringList &arguments)
 {
     process.setProcessChannelMode(QProcess::ForwardedChannels);
-    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
     process.start(program, arguments);
     return process.waitForStarted();
 }

@@ -14,7 +14,9 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <mutex>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -28,8 +30,29 @@ Q_LOGGING_CATEGORY(lcGraph, "lumivora.vcam.capture")
 
 using namespace std::chrono_literals;
 
-constexpr auto kStartPatience = 3s;
+constexpr auto kStartPatience = 5s;
+constexpr auto kListPatience = 2s;
+constexpr auto kStopPatience = 1s;
 constexpr auto kAbandonedPeriod = 50ms;
+
+/** Calls a function on a thread of its own. GStreamer waits half a minute for a PipeWire that
+ * hangs; nobody has to wait with it: the thread goes on alone when its result is not wanted any
+ * more. */
+template <typename Function>
+auto inBackground(Function function)
+{
+    std::packaged_task<decltype(function())()> task(std::move(function));
+    auto result = task.get_future();
+    std::thread(std::move(task)).detach();
+    return result;
+}
+
+std::future<GstStateChangeReturn> changeState(GstElement *pipeline, GstState state)
+{
+    return inBackground([kept = GstPtr<GstElement>(GST_ELEMENT(gst_object_ref(pipeline))), state] {
+        return gst_element_set_state(kept.get(), state);
+    });
+}
 
 bool startGStreamer()
 {
@@ -81,13 +104,14 @@ public:
     [[nodiscard]] bool build(GstDevice &device, const SourceFormat &format);
     [[nodiscard]] bool run(const std::function<bool()> &abandoned);
 
-    [[nodiscard]] bool isRunning() const override { return _state == State::Running; }
+    [[nodiscard]] bool isRunning() const override;
     [[nodiscard]] int bitsPerPixel() const override { return _bitsPerPixel; }
 
 private:
     enum class State { Starting, Running, Failed };
 
     [[nodiscard]] bool add(GstPtr<GstElement> element);
+    void listen();
     void setState(State state) noexcept;
 
     static GstFlowReturn takeSample(GstAppSink *sink, gpointer self) noexcept;
@@ -103,16 +127,24 @@ private:
     std::atomic<State> _state{State::Starting}; // written under the lock, so that a wait sees it
 
     GstPtr<GstElement> _pipeline;
-    GstElement *_last = nullptr; // the pipeline's, next elements follow it
+    bool _opened = false;        // the device is, and what the pipeline calls is this object
+    GstElement *_sink = nullptr; // the pipeline's, as the next
+    GstElement *_last = nullptr; // the next one follows it
+    GstPtr<GstPad> _sourcePad;
 };
 
 GStreamerGraph::~GStreamerGraph()
 {
-    if (_pipeline) {
-        gst_element_set_state(_pipeline.get(), GST_STATE_NULL);
+    if (!_pipeline) {
+        return;
+    }
+    if (_opened) {
+        // Ends the streaming thread, so that nothing calls us any more.
+        gst_element_set_state(_pipeline.get(), GST_STATE_READY);
         const GstPtr<GstBus> bus(gst_element_get_bus(_pipeline.get()));
         gst_bus_set_sync_handler(bus.get(), nullptr, nullptr, nullptr);
     }
+    changeState(_pipeline.get(), GST_STATE_NULL).wait_for(kStopPatience);
 }
 
 bool GStreamerGraph::add(GstPtr<GstElement> element)
@@ -130,11 +162,6 @@ bool GStreamerGraph::add(GstPtr<GstElement> element)
 bool GStreamerGraph::build(GstDevice &device, const SourceFormat &format)
 {
     _pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
-    {
-        const GstPtr<GstBus> bus(gst_element_get_bus(_pipeline.get()));
-        gst_bus_set_sync_handler(bus.get(), &GStreamerGraph::takeMessage, this, nullptr);
-    }
-
     GstPtr<GstElement> filter = makeElement("capsfilter");
     GstPtr<GstElement> sink = makeElement("appsink");
     if (!filter || !sink) {
@@ -147,35 +174,75 @@ bool GStreamerGraph::build(GstDevice &device, const SourceFormat &format)
     // that cannot be taken gives way to the next.
     g_object_set(sink.get(), "caps", raw.get(), "sync", FALSE, "max-buffers", 1U, "drop", TRUE,
                  "enable-last-sample", FALSE, nullptr);
-    GstAppSinkCallbacks callbacks{};
-    callbacks.new_sample = &GStreamerGraph::takeSample;
-    gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, this, nullptr);
-    const GstPtr<GstPad> pad(gst_element_get_static_pad(sink.get(), "sink"));
-    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, &GStreamerGraph::takeEvent,
-                      this, nullptr);
 
-    if (!add(makeSource(device)) || !add(std::move(filter))) {
+    if (!add(makeSource(device))) {
+        return false;
+    }
+    _sourcePad.reset(gst_element_get_static_pad(_last, "src"));
+    if (!_sourcePad || !add(std::move(filter))) {
         return false;
     }
     if (format.jpeg && !add(makeElement("jpegdec"))) {
         return false;
     }
+    _sink = sink.get();
     return add(std::move(sink));
+}
+
+void GStreamerGraph::listen()
+{
+    const GstPtr<GstBus> bus(gst_element_get_bus(_pipeline.get()));
+    gst_bus_set_sync_handler(bus.get(), &GStreamerGraph::takeMessage, this, nullptr);
+    GstAppSinkCallbacks callbacks{};
+    callbacks.new_sample = &GStreamerGraph::takeSample;
+    gst_app_sink_set_callbacks(GST_APP_SINK(_sink), &callbacks, this, nullptr);
+    const GstPtr<GstPad> pad(gst_element_get_static_pad(_sink, "sink"));
+    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, &GStreamerGraph::takeEvent,
+                      this, nullptr);
 }
 
 bool GStreamerGraph::run(const std::function<bool()> &abandoned)
 {
-    if (gst_element_set_state(_pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+    const QDeadlineTimer deadline(kStartPatience);
+    const auto givesUp = [&] {
+        return abandoned() || deadline.hasExpired();
+    };
+
+    auto opening = changeState(_pipeline.get(), GST_STATE_READY);
+    while (opening.wait_for(kAbandonedPeriod) != std::future_status::ready) {
+        if (givesUp()) {
+            return false;
+        }
+    }
+    if (opening.get() == GST_STATE_CHANGE_FAILURE) {
         return false;
     }
-    // The camera agrees to the format, or refuses it, on the streaming thread. The first picture
+    _opened = true;
+    listen();
+
+    // A PipeWire source changes its state only once the camera streams.
+    auto playing = changeState(_pipeline.get(), GST_STATE_PLAYING);
+    while (playing.wait_for(kAbandonedPeriod) != std::future_status::ready) {
+        if (givesUp()) {
+            gst_pad_send_event(_sourcePad.get(), gst_event_new_flush_start()); // ends its waiting
+        }
+    }
+    if (playing.get() == GST_STATE_CHANGE_FAILURE) {
+        return false;
+    }
+    // Other sources agree to the format, or refuse it, on the streaming thread. The first picture
     // may take longer, and its absence is no failure.
-    const QDeadlineTimer deadline(kStartPatience);
     std::unique_lock guard(_stateLock);
-    while (_state == State::Starting && !abandoned() && !deadline.hasExpired()) {
+    while (_state == State::Starting && !givesUp()) {
         _stateChanged.wait_for(guard, kAbandonedPeriod);
     }
     return _state == State::Running;
+}
+
+bool GStreamerGraph::isRunning() const
+{
+    // A PipeWire source whose server goes stops its task without a word.
+    return _state == State::Running && gst_pad_get_task_state(_sourcePad.get()) == GST_TASK_STARTED;
 }
 
 void GStreamerGraph::setState(State state) noexcept
@@ -225,7 +292,28 @@ GstBusSyncReply GStreamerGraph::takeMessage(GstBus * /*bus*/, GstMessage *messag
     default:
         break;
     }
+    gst_message_unref(message);
     return GST_BUS_DROP; // nobody reads the bus
+}
+
+/** Every video source, in the order in which the system announces them. */
+std::vector<GstPtr<GstDevice>> monitoredDevices()
+{
+    std::vector<GstPtr<GstDevice>> devices;
+    const GstPtr<GstDeviceMonitor> monitor(gst_device_monitor_new());
+    gst_device_monitor_add_filter(monitor.get(), "Video/Source", nullptr);
+    if (gst_device_monitor_start(monitor.get()) == FALSE) {
+        return devices;
+    }
+    GList *found = gst_device_monitor_get_devices(monitor.get());
+    gst_device_monitor_stop(monitor.get());
+    for (const GList *item = found; item != nullptr; item = item->next) {
+        devices.emplace_back(static_cast<GstDevice *>(item->data)); // the list's reference
+    }
+    g_list_free(found);
+    // The monitor puts each device that is announced before those it has.
+    std::reverse(devices.begin(), devices.end());
+    return devices;
 }
 
 } // namespace
@@ -235,22 +323,15 @@ void listCaptureDevices(QList<CameraDevice> &devices)
     if (!startGStreamer()) {
         return;
     }
-    const GstPtr<GstDeviceMonitor> monitor(gst_device_monitor_new());
-    gst_device_monitor_add_filter(monitor.get(), "Video/Source", nullptr);
-    if (gst_device_monitor_start(monitor.get()) == FALSE) {
+    auto listing = inBackground(&monitoredDevices);
+    if (listing.wait_for(kListPatience) != std::future_status::ready) {
         return;
     }
-    GList *found = gst_device_monitor_get_devices(monitor.get());
-    gst_device_monitor_stop(monitor.get());
-    // The monitor puts each device that the system announces before those it has.
-    found = g_list_reverse(found);
-    for (const GList *item = found; item != nullptr; item = item->next) {
-        auto *device = static_cast<GstDevice *>(item->data);
-        const GstPtr<gchar> name(gst_device_get_display_name(device));
-        devices.append({QString::fromUtf8(name.get()), // takes over the list's reference
-                        std::shared_ptr<void>(device, &gst_object_unref)});
+    for (GstPtr<GstDevice> &device : listing.get()) {
+        const GstPtr<gchar> name(gst_device_get_display_name(device.get()));
+        devices.append({QString::fromUtf8(name.get()),
+                        std::shared_ptr<void>(device.release(), &gst_object_unref)});
     }
-    g_list_free(found);
 }
 
 std::unique_ptr<CaptureGraph> openCaptureGraph(const CameraDevice &camera, const QSize &wanted,

@@ -12,6 +12,7 @@ struct GstDeleter
 {
     void operator()(GstObject *object) const { gst_object_unref(object); }
     void operator()(GstElement *object) const { gst_object_unref(object); }
+    void operator()(GstDevice *object) const { gst_object_unref(object); }
     void operator()(GstDeviceMonitor *object) const { gst_object_unref(object); }
     void operator()(GstBus *object) const { gst_object_unref(object); }
     void operator()(GstPad *object) const { gst_object_unref(object); }
