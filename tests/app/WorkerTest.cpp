@@ -253,7 +253,7 @@ TEST(WorkerStressTest, manyPosters_withStopsInBetween_loseNothingAndHangNowhere)
         std::vector<std::jthread> posters;
         for (int p = 0; p < 4; ++p) {
             posters.emplace_back([&, p] {
-                while (go) {
+                for (int i = 0; i < 500 && go; ++i) {
                     const auto work = [&](QObject *) {
                         EXPECT_FALSE(inside.exchange(true)); // one at a time
                         ++ran;
