@@ -4,6 +4,7 @@
 
 #include "vcam/capture/CaptureRules.h"
 #include "vcam/capture/linux/GstPointers.h"
+#include "vcam/capture/linux/PipeWireSocket.h"
 #include "vcam/capture/linux/SampleReader.h"
 #include "vcam/capture/linux/SourceFormats.h"
 
@@ -21,6 +22,8 @@
 #include <vector>
 
 #include <gst/app/gstappsink.h>
+
+#include <unistd.h>
 
 namespace lumivora {
 
@@ -71,6 +74,20 @@ GstPtr<GstElement> makeElement(const char *factory)
     return GstPtr<GstElement>(GST_ELEMENT(gst_object_ref_sink(element)));
 }
 
+/** Gives a PipeWire source a connection of its own, which lives as long as the element. By default
+ *  all of GStreamer shares one, and then listing devices a second time while a source runs hangs:
+ *  PipeWire 1.4's device provider leaves its listener in the shared connection when it stops. */
+void isolate(GstElement &source)
+{
+    const int connection = connectToPipeWire();
+    if (connection < 0) {
+        return;
+    }
+    g_object_set(&source, "fd", connection, nullptr);
+    g_object_set_data_full(G_OBJECT(&source), "lumivora-connection", GINT_TO_POINTER(connection),
+                           [](gpointer descriptor) { close(GPOINTER_TO_INT(descriptor)); });
+}
+
 GstPtr<GstElement> makeSource(GstDevice &device)
 {
     GstElement *element = gst_device_create_element(&device, nullptr);
@@ -85,6 +102,7 @@ GstPtr<GstElement> makeSource(GstDevice &device)
             "properties", "node.dont-fallback", G_TYPE_STRING, "true", "node.dont-move",
             G_TYPE_STRING, "true", "media.role", G_TYPE_STRING, "Camera", nullptr));
         g_object_set(source.get(), "stream-properties", properties.get(), nullptr);
+        isolate(*source);
     }
     return source;
 }
@@ -162,6 +180,10 @@ bool GStreamerGraph::add(GstPtr<GstElement> element)
 bool GStreamerGraph::build(GstDevice &device, const SourceFormat &format)
 {
     _pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
+    // The clock that a PipeWire source offers stands still while no frame comes; the source would
+    // wait for it with the frames after a pause.
+    const GstPtr<GstClock> clock(gst_system_clock_obtain());
+    gst_pipeline_use_clock(GST_PIPELINE(_pipeline.get()), clock.get());
     GstPtr<GstElement> filter = makeElement("capsfilter");
     GstPtr<GstElement> sink = makeElement("appsink");
     if (!filter || !sink) {
