@@ -324,15 +324,19 @@ class PrivateSession(Session):
             )
             os.close(writer)
             writer = -1
-            ready, _, _ = select.select([reader], [], [], 20)
-            number = os.read(reader, 16).decode().strip() if ready else ""
+            # The whole line: the display takes it amiss when nobody reads to the end.
+            number = b""
+            while not number.endswith(b"\n") and select.select([reader], [], [], 20)[0]:
+                if not (more := os.read(reader, 16)):
+                    break
+                number += more
         finally:
             os.close(reader)
             if writer >= 0:
                 os.close(writer)
-        if not number:
+        if not number.endswith(b"\n"):
             raise SessionError(f"The display did not start; see {service.log}")
-        self.environment["DISPLAY"] = f":{number}"
+        self.environment["DISPLAY"] = f":{number.decode().strip()}"
         return service
 
     def _wait_for_socket(self, service: Service, path: Path) -> None:
