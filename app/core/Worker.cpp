@@ -51,6 +51,9 @@ void Worker::stop()
     requestInterruption();
     quit();
     wait();
+    // What was posted after the last turn of the loop: nobody else would release who waits for it.
+    const QMutexLocker guard(&_lock);
+    discard();
 }
 
 bool Worker::isStopping() const
@@ -126,7 +129,6 @@ void Worker::run()
     exec();
     const QMutexLocker guard(&_lock);
     _signaler = nullptr;
-    discard(); // what was posted after the last turn of the loop
 }
 
 void Worker::drain() noexcept

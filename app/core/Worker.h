@@ -19,7 +19,7 @@ class Signaler;
  *
  *  running -> stopping (interruption requested: posts are refused, the queue is discarded, waiters
  *  are released) -> finished. A worker is not restarted. Whoever waits is released at the latest
- *  when the event loop has ended; from then on nobody waits any more.
+ *  when stop() returns; from then on nobody waits any more.
  *
  *  A post made on the worker's own thread, by a timer of the target for instance, runs the queue at
  *  once. A function must not post synchronously to its own worker: what is queued before it would
