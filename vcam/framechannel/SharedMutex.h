@@ -20,7 +20,7 @@ class SharedMutex
 public:
     struct Opened
     {
-        std::unique_ptr<SharedMutex> mutex = nullptr; // on failure
+        std::unique_ptr<SharedMutex> mutex = nullptr; // null on failure
         std::uint32_t errorCode = 0;                  // the system's
     };
 

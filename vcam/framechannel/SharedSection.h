@@ -32,7 +32,7 @@ public:
     /** What openOrCreate() did. */
     struct Opened
     {
-        std::unique_ptr<SharedSection> section = nullptr; // on failure
+        std::unique_ptr<SharedSection> section = nullptr; // null on failure
         bool created = false;
         Failure failure = Failure::None;
         std::uint32_t errorCode = 0; // the system's
