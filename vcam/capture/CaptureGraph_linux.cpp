@@ -119,7 +119,7 @@ public:
     GStreamerGraph(const GStreamerGraph &) = delete;
     GStreamerGraph &operator=(const GStreamerGraph &) = delete;
 
-    [[nodiscard]] bool build(GstDevice &device, const SourceFormat &format);
+    [[nodiscard]] bool build(GstDevice &device, GstCaps &choice, bool jpeg);
     [[nodiscard]] bool run(const std::function<bool()> &abandoned);
 
     [[nodiscard]] bool isRunning() const override;
@@ -177,7 +177,7 @@ bool GStreamerGraph::add(GstPtr<GstElement> element)
     return true;
 }
 
-bool GStreamerGraph::build(GstDevice &device, const SourceFormat &format)
+bool GStreamerGraph::build(GstDevice &device, GstCaps &choice, bool jpeg)
 {
     _pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
     // The clock that a PipeWire source offers stands still while no frame comes; the source would
@@ -189,7 +189,7 @@ bool GStreamerGraph::build(GstDevice &device, const SourceFormat &format)
     if (!filter || !sink) {
         return false;
     }
-    g_object_set(filter.get(), "caps", format.caps.get(), nullptr);
+    g_object_set(filter.get(), "caps", &choice, nullptr);
 
     const GstPtr<GstCaps> raw(gst_caps_new_empty_simple("video/x-raw"));
     // A live picture: each sample is taken as it comes, without waiting for its time, and a sample
@@ -204,7 +204,7 @@ bool GStreamerGraph::build(GstDevice &device, const SourceFormat &format)
     if (!_sourcePad || !add(std::move(filter))) {
         return false;
     }
-    if (format.jpeg && !add(makeElement("jpegdec"))) {
+    if (jpeg && !add(makeElement("jpegdec"))) {
         return false;
     }
     _sink = sink.get();
@@ -377,8 +377,16 @@ std::unique_ptr<CaptureGraph> openCaptureGraph(const CameraDevice &camera, const
         return nullptr;
     }
     const SourceFormat &format = formats[static_cast<std::size_t>(nearest)];
+    // A PipeWire camera that has another client already has settled on one of these.
+    const GstPtr<GstCaps> choice(gst_caps_copy(format.caps.get()));
+    for (const SourceFormat &other : formats) {
+        if (other.size == format.size && other.jpeg == format.jpeg &&
+            other.bitsPerPixel == format.bitsPerPixel) {
+            gst_caps_append(choice.get(), gst_caps_copy(other.caps.get()));
+        }
+    }
     auto graph = std::make_unique<GStreamerGraph>(samples, format.bitsPerPixel);
-    if (!graph->build(*device, format) || !graph->run(abandoned)) {
+    if (!graph->build(*device, *choice, format.jpeg) || !graph->run(abandoned)) {
         return nullptr;
     }
     return graph;
