@@ -39,11 +39,13 @@ SubProcessor::Bitmap SubProcessor::processImageAsync(Bitmap input, const float &
                                                      const float &height,
                                                      const CameraSetting &setting)
 {
+    // Before the post, or a quick worker would make it the result of this very run.
+    Bitmap previous = lastResult();
     // The worker discards what it has not begun before the stage goes.
     _worker->runFunctionAsync([this, input = std::move(input), width, height, setting](QObject *) {
         processImage(input, width, height, setting);
     });
-    return lastResult();
+    return previous;
 }
 
 SubProcessor::Bitmap SubProcessor::processImages(Bitmap /*first*/, Bitmap /*second*/)

@@ -15,7 +15,7 @@ using UINT32 = std::uint32_t;
 using UINT64 = std::uint64_t;
 using ULONG = std::uint32_t;
 using FLOAT = float;
-using HMODULE = void *;
+using HMODULE = struct HINSTANCE__ *;
 
 #define STDMETHODCALLTYPE
 

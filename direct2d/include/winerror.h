@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
-using HRESULT = std::int32_t;
+// 32 bits everywhere, and the very type that Windows has where it has it.
+using HRESULT = std::conditional_t<sizeof(long) == 4, long, std::int32_t>;
 
 constexpr bool SUCCEEDED(HRESULT result)
 {

@@ -20,10 +20,11 @@ TEST_F(DeviceTest, createD3dDevice_withAnythingButTheDefaults_isRefused)
         return D3D11CreateDevice(nullptr, type, software, 0, levels, levelCount, version,
                                  d3dDevice.put(), nullptr, context.put());
     };
-    int module = 0;
+    int anything = 0;
+    auto *const module = reinterpret_cast<HMODULE>(&anything);
     EXPECT_EQ(create(D3D_DRIVER_TYPE_UNKNOWN, nullptr, nullptr, 0, D3D11_SDK_VERSION),
               E_INVALIDARG);
-    EXPECT_EQ(create(D3D_DRIVER_TYPE_HARDWARE, &module, nullptr, 0, D3D11_SDK_VERSION),
+    EXPECT_EQ(create(D3D_DRIVER_TYPE_HARDWARE, module, nullptr, 0, D3D11_SDK_VERSION),
               E_INVALIDARG);
     EXPECT_EQ(create(D3D_DRIVER_TYPE_HARDWARE, nullptr, &kLevel, 1, D3D11_SDK_VERSION),
               E_INVALIDARG);
