@@ -34,11 +34,8 @@ class Scenario(unittest.TestCase):
         """Starts the application and puts its window away: its preview is a client too."""
         application = self.session.start_application(name=name)
         with Display(self.session.environment["DISPLAY"]) as display:
-            wait_until(display.visible_windows, 30, "The application showed no window")
-            display.drop_focus()
-            wait_until(
-                lambda: not display.visible_windows(), 10, "The window stayed without the focus"
-            )
+            display.wait_for_window()
+            display.hide_window()
         return application
 
     def live_client(self, name: str = "client") -> Client:

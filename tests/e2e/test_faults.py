@@ -26,6 +26,9 @@ class Faults(Scenario):
         application = self.start_hidden()
         client = self.live_client()
 
+        # The watchdog looks every 2 s: this way a look falls into the third second of the stall.
+        self.wait_for_log(application, "areAnyClientsConnected() == TRUE")
+        time.sleep(1.5)
         self.standin.command("stall 3")
 
         self.wait_for_log(application, "restarting VCam physical grabber - elapsed >= 2000")
@@ -118,7 +121,7 @@ class Faults(Scenario):
 
         second = self.session.start_application(name="second")
         with Display(self.session.environment["DISPLAY"]) as display:
-            wait_until(display.visible_windows, 15, "No message was shown")
+            display.wait_for_window()
             for window in display.visible_windows():
                 display.close_window(window)
 
@@ -135,7 +138,7 @@ class Faults(Scenario):
 
         second = self.session.start_application(name="second")
         with Display(self.session.environment["DISPLAY"]) as display:
-            wait_until(display.visible_windows, 15, "No message was shown")
+            display.wait_for_window()
         time.sleep(3)
 
         self.assertTrue(second.running())

@@ -120,15 +120,14 @@ class Window(Scenario):
         self.assertGreater(shot.colours(), 10)
 
         with Display(self.session.environment["DISPLAY"]) as display:
-            display.drop_focus()
-            wait_until(lambda: not display.visible_windows(), 10, "The window stayed")
+            display.hide_window()
         wait_until(lambda: self.client_count() == 0, 10, "The hidden preview was still counted")
         wait_until(lambda: not self.producing(), 4, "The capture went on without a client")
 
     def start_window(self) -> None:
         self.session.start_application()
         with Display(self.session.environment["DISPLAY"]) as display:
-            wait_until(display.visible_windows, 30, "The application showed no window")
+            display.wait_for_window()
 
 
 class Clients(Scenario):

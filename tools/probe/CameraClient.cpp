@@ -37,6 +37,7 @@ struct CameraClient::Gst
     GstDeviceMonitor *monitor = nullptr;
     GstElement *pipeline = nullptr;
     GstElement *sink = nullptr;
+    GstPad *pad = nullptr; // the camera's frames come out of it
     guint lookTimer = 0;
     guint busWatch = 0;
     std::uint64_t arrivalUs = 0; // of the frame on its way; streaming thread only
@@ -85,7 +86,11 @@ void CameraClient::stop()
 void CameraClient::look()
 {
     if (_gst->pipeline != nullptr) {
-        return;
+        // A source whose PipeWire goes stops without a word.
+        if (gst_pad_get_task_state(_gst->pad) == GST_TASK_STARTED) {
+            return;
+        }
+        close(QStringLiteral("the source stopped"));
     }
     if (_gst->monitor == nullptr) {
         // Made anew for each search: a monitor does not outlive its PipeWire connection.
@@ -142,16 +147,15 @@ void CameraClient::open(const QString &serial)
 
     GstElement *source = gst_bin_get_by_name(GST_BIN(pipeline), "source");
     g_object_set(source, "target-object", serial.toUtf8().constData(), nullptr);
-    GstPad *pad = gst_element_get_static_pad(source, "src");
+    _gst->pad = gst_element_get_static_pad(source, "src");
     // The time of arrival is taken ahead of the conversion, which is no part of the delivery.
     gst_pad_add_probe(
-        pad, GST_PAD_PROBE_TYPE_BUFFER,
+        _gst->pad, GST_PAD_PROBE_TYPE_BUFFER,
         [](GstPad *, GstPadProbeInfo *, gpointer self) -> GstPadProbeReturn {
             static_cast<CameraClient *>(self)->_gst->arrivalUs = nowUs();
             return GST_PAD_PROBE_OK;
         },
         this, nullptr);
-    gst_object_unref(pad);
     gst_object_unref(source);
 
     _gst->sink = gst_bin_get_by_name(GST_BIN(pipeline), "sink");
@@ -201,6 +205,7 @@ void CameraClient::close(const QString &why)
     }
     if (_gst->pipeline != nullptr) {
         gst_element_set_state(_gst->pipeline, GST_STATE_NULL);
+        gst_clear_object(&_gst->pad);
         gst_clear_object(&_gst->sink);
         gst_clear_object(&_gst->pipeline);
     }
@@ -233,16 +238,12 @@ void CameraClient::take()
             _picture = QImage(pixels, width, height, stride, QImage::Format_RGB32).copy();
         }
         if (_format.isEmpty()) {
-            GstElement *source = gst_bin_get_by_name(GST_BIN(_gst->pipeline), "source");
-            GstPad *pad = gst_element_get_static_pad(source, "src");
-            if (GstCaps *caps = gst_pad_get_current_caps(pad)) {
+            if (GstCaps *caps = gst_pad_get_current_caps(_gst->pad)) {
                 gchar *text = gst_caps_to_string(caps);
                 _format = QString::fromUtf8(text);
                 g_free(text);
                 gst_caps_unref(caps);
             }
-            gst_object_unref(pad);
-            gst_object_unref(source);
         }
         gst_video_frame_unmap(&frame);
     }

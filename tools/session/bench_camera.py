@@ -13,7 +13,7 @@ from pathlib import Path
 
 from display import Display
 from measure import Measurement
-from session import Client, PrivateSession, SessionError, wait_until
+from session import Client, PrivateSession, SessionError
 
 LIVE_TIMEOUT_S = 60
 
@@ -41,9 +41,8 @@ def measure(binaries: Path, logs: Path, seconds: float, direct_seconds: float) -
 
         application = session.start_application()
         with Display(session.environment["DISPLAY"]) as display:
-            wait_until(display.visible_windows, 30, "The application showed no window")
-            display.drop_focus()  # its preview would be a second client
-            wait_until(lambda: not display.visible_windows(), 10, "The window did not hide")
+            display.wait_for_window()
+            display.hide_window()  # its preview would be a second client
         measurement = Measurement(session, application)
         client = session.start_probe(f"--seconds={seconds}", f"--wait={LIVE_TIMEOUT_S}")
         until_the_end(client, seconds, measurement)

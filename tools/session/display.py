@@ -5,6 +5,8 @@ import socket
 import struct
 from typing import Self
 
+from session import wait_until
+
 QUERY_TREE = 15
 GET_WINDOW_ATTRIBUTES = 3
 GET_GEOMETRY = 14
@@ -53,6 +55,18 @@ class Display:
         event = struct.pack("<BBHIIII12x", CLIENT_MESSAGE, 32, 0, window, protocols, delete, 0)
         self._socket.sendall(struct.pack("<BBHII", SEND_EVENT, 0, 11, window, 0) + event)
         self._ask(QUERY_TREE, self._root)  # answered after it was sent on
+
+    def wait_for_window(self, timeout: float = 30) -> None:
+        wait_until(self.visible_windows, timeout, "The application showed no window")
+
+    def hide_window(self) -> None:
+        """Lets the application hide its window, which it does when it loses the focus."""
+
+        def hidden() -> bool:
+            self.drop_focus()  # again and again: a window that just came may get it only now
+            return not self.visible_windows()
+
+        wait_until(hidden, 10, "The window stayed without the focus")
 
     def drop_focus(self) -> None:
         """Takes the keyboard from every window, as when the user clicks somewhere else."""

@@ -177,6 +177,9 @@ class Session:
         """Ends every process, the last started first, and removes the session's folder."""
         for service in reversed(self._services):
             service.stop()
+            for stream in (service.process.stdin, service.process.stdout):
+                if stream is not None:
+                    stream.close()
         self._services.clear()
         if self._alive >= 0:
             os.close(self._alive)  # the guard ends what detached itself, and the folder
@@ -313,7 +316,7 @@ class PrivateSession(Session):
         (fragments / "50-private.conf").write_text(WIREPLUMBER_CONFIG)
         return self.start("wireplumber", ["wireplumber", "--profile=lumivora-private"])
 
-    def start_display(self, size: str = "1600x1000x24") -> Service:
+    def start_display(self, size: str = "1280x800x24") -> Service:
         """A display in memory, on a number that is free."""
         reader, writer = os.pipe()
         try:
