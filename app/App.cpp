@@ -2,6 +2,7 @@
 #include "app/App.h"
 
 #include "app/AutoStart.h"
+#include "app/TerminationSignals.h"
 #include "app/VirtualDevices.h"
 #include "gui/MainWidget.h"
 #include "vcam/VCam.h"
@@ -27,6 +28,7 @@ using namespace std::chrono_literals;
 
 const QLatin1StringView kProductName("Lumivora Control");
 constexpr auto kLockWait = 100ms;
+constexpr auto kFirstShowDelay = 300ms;
 constexpr auto kFailedStartDelay = 1ms;
 constexpr auto kStartRetryDelay = 500ms;
 
@@ -57,6 +59,9 @@ App::Parts App::Parts::real()
     };
     parts.keepVirtualDevicesRunning = &lumivora::keepVirtualDevicesRunning;
     parts.areVirtualDevicesStarting = &lumivora::areVirtualDevicesStarting;
+    parts.isPlatformDark = [] {
+        return styleHints()->colorScheme() == Qt::ColorScheme::Dark;
+    };
     return parts;
 }
 
@@ -92,7 +97,7 @@ void App::startup()
     setApplicationDisplayName(kProductName);
     setApplicationName(kProductName);
     setApplicationVersion(versionText());
-    _darkTheme = platformIsDark();
+    _darkTheme = _parts.isPlatformDark();
 
     _locked = _lockFile.tryLock(kLockWait);
     if (!_locked) {
@@ -104,6 +109,22 @@ void App::startup()
     QTimer::singleShot(_parts.startDelay, this, &App::start);
     buildTray();
     connect(this, &QCoreApplication::aboutToQuit, this, &App::shutdown);
+}
+
+int App::run()
+{
+    if (_quitting) {
+        return 0;
+    }
+    if (!_locked) {
+        showMessage(tr("The application is already running.\n"
+                       "you are allowed to run only one instance of the application."),
+                    tr("Ok"), QString(), QString());
+        return 1;
+    }
+    const lumivora::TerminationSignals signalWatch([this] { shutdown(); });
+    QTimer::singleShot(kFirstShowDelay, this, &App::showMainWindow);
+    return exec();
 }
 
 void App::buildTray()
@@ -149,8 +170,8 @@ void App::start()
         QTimer::singleShot(kFailedStartDelay, this, &App::shutdownOnceRead);
         return;
     }
-    connect(this, &App::onThemeChanged, this, [this] {
-        _darkTheme = platformIsDark();
+    connect(this, &App::appearenceChanged, this, [this] {
+        _darkTheme = _parts.isPlatformDark();
         recreateMainWindow();
     });
     _cameraGrabber = _parts.createGrabber();
@@ -177,12 +198,15 @@ void App::recreateMainWindow()
 {
     qCDebug(lcApp).noquote() << "recreating main window";
     const bool wasVisible = _mainWindow && _mainWindow->isVisible();
-    const std::unique_ptr<QWidget> old = std::exchange(_mainWindow, _parts.createMainWindow(*this));
+    std::unique_ptr<QWidget> old = std::exchange(_mainWindow, _parts.createMainWindow(*this));
+    if (old) {
+        // Before the new one is shown: both preview through the one grabber, and what the old one
+        // lets go of must not be what the new one has opened.
+        old->close();
+        old.reset();
+    }
     _mainWindow->setWindowIcon(windowIcon());
     _mainWindow->setVisible(wasVisible);
-    if (old) {
-        old->close();
-    }
 }
 
 void App::updateAppIcon()
@@ -265,13 +289,13 @@ bool App::notify(QObject *receiver, QEvent *event)
 
 void App::onColorSchemeChanged()
 {
-    const bool dark = platformIsDark();
+    const bool dark = _parts.isPlatformDark();
     if (dark == _darkTheme) {
         return;
     }
     _darkTheme = dark;
     updateAppIcon();
-    Q_EMIT onThemeChanged();
+    Q_EMIT appearenceChanged();
 }
 
 void App::onControllerMessage(const QString &message)
@@ -307,9 +331,4 @@ void App::onTrayActivated(QSystemTrayIcon::ActivationReason reason)
     } else {
         showMainWindow();
     }
-}
-
-bool App::platformIsDark()
-{
-    return styleHints()->colorScheme() == Qt::ColorScheme::Dark;
 }

@@ -42,6 +42,8 @@ public:
         std::function<void(QObject *context)> keepVirtualDevicesRunning;
         /** Whether they were started so lately that they may not be listed yet. */
         std::function<bool()> areVirtualDevicesStarting;
+        /** Whether the platform asks for a dark look; its change is told by the style hints. */
+        std::function<bool()> isPlatformDark;
 
         std::chrono::milliseconds startDelay{2500};  // construction to start()
         std::chrono::milliseconds updateDelay{1000}; // start() to the window's first showing
@@ -52,6 +54,9 @@ public:
     App(int &argc, char **argv);
     App(int &argc, char **argv, Parts parts);
     ~App() override;
+
+    /** Runs the application, or tells the user that it runs already. @return the exit code */
+    int run();
 
     /** Second stage: the virtual camera, the window, launch at login. */
     void start();
@@ -88,7 +93,8 @@ public:
     [[nodiscard]] static QString versionText();
 
 Q_SIGNALS:
-    void onThemeChanged();
+    /** The platform went from light to dark or back. */
+    void appearenceChanged();
 
 private:
     void startup();
@@ -98,8 +104,6 @@ private:
     /** Shuts down as soon as no controller's message is on the screen. */
     void shutdownOnceRead();
     void onTrayActivated(QSystemTrayIcon::ActivationReason reason);
-    /** Whether the platform asks for a dark look. */
-    [[nodiscard]] static bool platformIsDark();
 
     Parts _parts;
     BaseSettings _settings;
