@@ -64,12 +64,5 @@ class Scenario(unittest.TestCase):
 
     def service_processes(self) -> list[int]:
         """The virtual device service, which the application started."""
-        found = []
-        for pid in guard.marked_processes(self.session.mark):
-            try:
-                command = Path(f"/proc/{pid}/cmdline").read_bytes().split(b"\0")[0].decode()
-            except OSError:
-                continue
-            if Path(command).name == SERVICE:
-                found.append(pid)
-        return found
+        programs = guard.marked_programs(self.session.mark)
+        return [pid for pid, name in programs.items() if name == SERVICE]

@@ -31,6 +31,18 @@ def marked_processes(mark: str) -> list[int]:
     return found
 
 
+def marked_programs(mark: str) -> dict[int, str]:
+    """Names of the programs that marked processes run."""
+    names = {}
+    for pid in marked_processes(mark):
+        try:
+            command = Path(f"/proc/{pid}/cmdline").read_bytes().split(b"\0")[0].decode()
+        except OSError:
+            continue  # just ended
+        names[pid] = Path(command).name
+    return names
+
+
 def end_marked_processes(mark: str, grace: float = 2.0) -> None:
     """Asks all to end, and kills what is left after the grace time in seconds."""
     for number in (signal.SIGTERM, signal.SIGKILL):

@@ -259,8 +259,9 @@ def main() -> int:
             print(f"There is no {binaries / name}: './dev build' makes it.", file=sys.stderr)
             return 1
 
-    # Ended from outside is ended in order too.
+    # Ended from outside is ended in order too, also where Ctrl-C was being ignored.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     desktop = arguments.desktop or (has_desktop() and not arguments.private)
     try:
         run = run_on_desktop if desktop else run_private
