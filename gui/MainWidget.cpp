@@ -11,6 +11,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLoggingCategory>
+#include <QPainter>
 #include <QPushButton>
 #include <QScreen>
 #include <QTimer>
@@ -22,7 +23,9 @@ Q_LOGGING_CATEGORY(lcGui, "lumivora.gui")
 
 constexpr int kPreviewWidth = 320;
 constexpr int kPreviewHeight = 180;
-constexpr int kPanelMargin = 16;  // around the panel, for its shadow
+constexpr int kPanelMargin = 16; // around the panel, for its shadow
+constexpr QMargins kPanelMargins{kPanelMargin, kPanelMargin, kPanelMargin, kPanelMargin};
+constexpr int kPanelRadius = 12;
 constexpr int kPanelPadding = 20; // with the margin 72 pixels wider than the preview
 constexpr int kScreenGap = 4;
 constexpr int kStatusPeriodMs = 1000;
@@ -80,20 +83,14 @@ void MainWidget::buildPanel()
     auto *panel = new QFrame(this);
     panel->setObjectName(QStringLiteral("MainFrame"));
     panel->setStyleSheet(
-        QStringLiteral("#MainFrame { background: %1; border: 1px solid %2; border-radius: 12px; }"
+        QStringLiteral("#MainFrame { background: %1; border: 1px solid %2; border-radius: %7px; }"
                        "#title { color: %3; font-size: 15px; font-weight: 600; }"
                        "#status { color: %4; font-size: 13px; }"
                        "QPushButton { color: %3; background: %5; border: 1px solid %2;"
                        " border-radius: 6px; padding: 5px 14px; font-weight: 600; }"
                        "QPushButton:hover, QPushButton:focus { background: %6; }")
             .arg(colours.panel, colours.border, colours.text, colours.quiet, colours.button,
-                 colours.hover));
-    auto *shadow = new QGraphicsDropShadowEffect(panel);
-    shadow->setBlurRadius(kPanelMargin);
-    shadow->setOffset(0, 2);
-    shadow->setColor(QColor(0, 0, 0, 90));
-    panel->setGraphicsEffect(shadow);
-
+                 colours.hover, QString::number(kPanelRadius)));
     auto *title = new QLabel(QStringLiteral("Lumivora Control"));
     title->setObjectName(QStringLiteral("title"));
     _preview = new RenderFrame;
@@ -117,8 +114,35 @@ void MainWidget::buildPanel()
     column->addLayout(footer);
 
     auto *outer = new QVBoxLayout(this);
-    outer->setContentsMargins(kPanelMargin, kPanelMargin, kPanelMargin, kPanelMargin);
+    outer->setContentsMargins(kPanelMargins);
     outer->addWidget(panel);
+}
+
+/** Rendered once: as the panel's own effect it would be computed anew for each preview frame. */
+QPixmap MainWidget::renderShadow() const
+{
+    QWidget canvas;
+    canvas.setAttribute(Qt::WA_TranslucentBackground);
+    canvas.setFixedSize(size());
+    auto *shape = new QFrame(&canvas);
+    // A pixel smaller than the panel, whose smooth corners would let black through otherwise.
+    shape->setGeometry(rect().marginsRemoved(kPanelMargins).adjusted(1, 1, -1, -1));
+    shape->setStyleSheet(
+        QStringLiteral("background: black; border-radius: %1px;").arg(kPanelRadius));
+    auto *shadow = new QGraphicsDropShadowEffect(shape);
+    shadow->setBlurRadius(kPanelMargin);
+    shadow->setOffset(0, 2);
+    shadow->setColor(QColor(0, 0, 0, 90));
+    shape->setGraphicsEffect(shadow);
+    return canvas.grab();
+}
+
+void MainWidget::paintEvent(QPaintEvent * /*event*/)
+{
+    if (_shadow.deviceIndependentSize().toSize() != size()) {
+        _shadow = renderShadow();
+    }
+    QPainter(this).drawPixmap(0, 0, _shadow);
 }
 
 QString MainWidget::statusText() const

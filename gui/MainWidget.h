@@ -2,6 +2,7 @@
 // The application's one window.
 #pragma once
 
+#include <QPixmap>
 #include <QWidget>
 
 class PreviewCapture;
@@ -40,14 +41,17 @@ public:
 protected:
     void showEvent(QShowEvent *event) override;
     void hideEvent(QHideEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
 
 private:
     void buildPanel();
     void placeOnScreen();
+    [[nodiscard]] QPixmap renderShadow() const;
 
     lumivora::ApplicationInterface &_application;
     RenderFrame *_preview = nullptr;
     QLabel *_status = nullptr;
     QPushButton *_quit = nullptr;
     PreviewCapture *_capture = nullptr;
+    QPixmap _shadow; // of the window's size
 };
