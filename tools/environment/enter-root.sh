@@ -48,10 +48,9 @@ while IFS= read -r name; do
     esac
 done < <(compgen -e)
 
-status=0
-trap 'kill -s INT "$child" 2>/dev/null' INT
-trap 'kill -s TERM "$child" 2>/dev/null' TERM HUP
-[[ -t 0 ]] && trap : INT
+# The command decides how it ends at Ctrl-C; this only waits for it.
+trap : INT
+trap 'kill "$child" 2>/dev/null' TERM
 env -i --default-signal=INT,QUIT "${keep[@]}" \
     HOME="$cache/home" LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin \
     LUMIVORA_ENVIRONMENT="${root##*-}" LUMIVORA_CACHE="$cache" \

@@ -34,19 +34,19 @@ mirror() {
     printf '%s\n' "${uri:-http://deb.debian.org/debian}"
 }
 
-# in_namespaces COMMAND... - as root, or as root of a user namespace
-in_namespaces() {
+# exec_in_namespaces COMMAND... - as root, or as root of a user namespace; instead of this (sub)shell,
+# whose parent, when it ends in whatever way, takes everything inside along (pdeathsig, kill-child)
+exec_in_namespaces() {
     local map=()
     ((EUID == 0)) || map=(--map-root-user --map-auto)
-    # pdeathsig and kill-child: a dev that is killed takes everything inside with it. Bash makes
-    # background commands ignore Ctrl-C; inside, that shall work as everywhere.
-    env --default-signal=INT,QUIT \
+    # Bash makes background commands ignore Ctrl-C; inside, that shall work as everywhere.
+    exec env --default-signal=INT,QUIT \
         setpriv --pdeathsig KILL \
         unshare "${map[@]}" --mount --propagation private --pid --fork --kill-child "$@"
 }
 
 check_namespaces() {
-    in_namespaces true 2>/dev/null && return
+    (exec_in_namespaces true) 2>/dev/null && return
     if ((EUID == 0)); then
         fail "This machine does not let root make mount namespaces (a container without the right to?): run ./dev outside of the container, or give it CAP_SYS_ADMIN."
     elif ! command -v newuidmap >/dev/null; then
@@ -90,13 +90,21 @@ explain_failure() {
     fail "$1 failed; the reason is at the end of $2. Run the command again once it is removed."
 }
 
+# exec_apt_get ARGUMENTS... - on the host, as root
+exec_apt_get() {
+    local as_root=()
+    ((EUID == 0)) || as_root=(sudo)
+    exec setpriv --pdeathsig TERM \
+        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -y --no-install-recommends "$@"
+}
+
 install_debootstrap() {
     command -v debootstrap >/dev/null && return
     ((EUID == 0)) && command -v apt-get >/dev/null ||
         fail "./dev needs debootstrap to make its build environment: install it with 'sudo apt-get install debootstrap', or run ./dev as root."
     local log=$cache/set-up.log
-    run_logged 'Installing debootstrap' "$log" \
-        sh -c 'apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends debootstrap' ||
+    run_logged 'Looking for packages' "$log" exec_apt_get update &&
+        run_logged 'Installing debootstrap' "$log" exec_apt_get install debootstrap ||
         explain_failure 'Installing debootstrap' "$log"
 }
 
@@ -111,7 +119,7 @@ remove_stale_roots() {
             old=$old.stale
         fi
         run_logged 'Removing a former build environment' /dev/null \
-            in_namespaces rm -rf --one-file-system "$old"
+            exec_in_namespaces rm -rf --one-file-system "$old"
     done
 }
 
@@ -125,10 +133,10 @@ set_up_root() {
     printf 'Setting up the build environment in %s (once; about two minutes)\n' "$root" >&2
     mkdir -p "$partial"
     run_logged 'Installing Debian 13' "$log" \
-        in_namespaces bash "$kHere/make-root.sh" base "$partial" "$kSuite" "$(mirror)" ||
+        exec_in_namespaces bash "$kHere/make-root.sh" base "$partial" "$kSuite" "$(mirror)" ||
         explain_failure 'Installing Debian 13' "$log"
     run_logged 'Installing compilers, libraries and tools' "$log" \
-        in_namespaces bash "$kHere/make-root.sh" packages "$partial" $(packages) ||
+        exec_in_namespaces bash "$kHere/make-root.sh" packages "$partial" $(packages) ||
         explain_failure 'Installing the packages' "$log"
     mv "$partial" "$root"
 }
@@ -154,23 +162,16 @@ hold_root() {
     [[ -e $root/$kMarker ]] && exec {in_use}<"$root/$kMarker" && flock -s "$in_use" && [[ -e $root/$kMarker ]]
 }
 
-# forward SIGNAL - to the first process inside, which the one that made the namespaces waits for
-forward() {
-    local maker child
-    for maker in $(cat "/proc/$inside/task/$inside/children" 2>/dev/null) "$inside"; do
-        child=$maker
-        break
-    done
-    kill -s "$1" "$child" 2>/dev/null
-}
+# To the first process inside; the one that made the namespaces only waits for it.
+end_inside() { kill $(cat "/proc/$inside/task/$inside/children") 2>/dev/null; }
 
 enter_root() {
     ensure_root
-    in_namespaces bash "$kHere/enter-root.sh" "$root" "$project" "$cache" "$@" <&0 &
+    exec_in_namespaces bash "$kHere/enter-root.sh" "$root" "$project" "$cache" "$@" <&0 &
     inside=$!
     # At a terminal Ctrl-C reaches everything inside by itself.
-    if [[ -t 0 ]]; then trap : INT; else trap 'forward INT' INT; fi
-    trap 'forward TERM' TERM HUP
+    trap '[[ -t 0 ]] || end_inside' INT
+    trap end_inside TERM HUP
     local status
     while :; do
         wait "$inside"
@@ -185,18 +186,14 @@ install_on_host() {
     missing=$(comm -23 <(packages | cut -d / -f 1 | sort) \
         <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' | sed -n 's/^installed //p' | sort -u))
     [[ -n $missing ]] || return 0
-    local as_root=()
-    if ((EUID != 0)); then
-        command -v sudo >/dev/null ||
-            fail "Packages are missing: install them as root with 'apt-get install --no-install-recommends" $missing"'."
-        as_root=(sudo)
-        sudo -v || fail "Packages are missing: install them as root with 'apt-get install --no-install-recommends" $missing"'."
-    fi
+    # sudo asks for its password here, where there is a terminal to answer at.
+    ((EUID == 0)) || { command -v sudo >/dev/null && sudo -v; } ||
+        fail "Packages are missing: install them as root with 'apt-get install --no-install-recommends" $missing"'."
     mkdir -p "$cache"
     log=$cache/set-up.log
     : >"$log"
-    run_logged 'Installing packages' "$log" \
-        "${as_root[@]}" sh -c 'apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "$@"' sh $missing ||
+    run_logged 'Looking for packages' "$log" exec_apt_get update &&
+        run_logged 'Installing packages' "$log" exec_apt_get install $missing ||
         explain_failure 'Installing packages' "$log"
 }
 

@@ -30,6 +30,14 @@ make_base() {
             apt-config dump | grep -E '^Acquire::[^ ]*(Proxy|Check-Valid-Until|Check-Date)' || true
         fi
     } >"$root/etc/apt/apt.conf.d/50lumivora"
+    # A root that was interrupted is thrown away, so nothing has to reach the disk in order; and
+    # nobody reads manuals in it.
+    {
+        echo force-unsafe-io
+        echo 'path-exclude=/usr/share/doc/*'
+        echo 'path-exclude=/usr/share/man/*'
+        echo 'path-exclude=/usr/share/locale/*'
+    } >"$root/etc/dpkg/dpkg.cfg.d/lumivora"
     echo "deb $mirror $suite main" >"$root/etc/apt/sources.list"
 }
 
