@@ -5,9 +5,13 @@
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
+#include <future>
+
 namespace lumivora::test {
 
 namespace {
+
+constexpr std::chrono::seconds kStuckAfter{3};
 
 QString property(const GstStructure *properties, const char *name)
 {
@@ -21,28 +25,62 @@ QString property(const GstStructure *properties, const char *name)
 struct CameraReader::Pipeline
 {
     GstElement *pipeline = nullptr;
+    GstPad *source = nullptr;
     GstAppSink *sink = nullptr;
+
+    explicit Pipeline(const QString &description)
+        : pipeline(gst_parse_launch(description.toUtf8().constData(), nullptr)),
+          sink(GST_APP_SINK(gst_bin_get_by_name(GST_BIN(pipeline), "sink")))
+    {
+        GstElement *element = gst_bin_get_by_name(GST_BIN(pipeline), "source");
+        source = gst_element_get_static_pad(element, "src");
+        gst_object_unref(element);
+        // The source's own clock stands still while no frame comes.
+        GstClock *clock = gst_system_clock_obtain();
+        gst_pipeline_use_clock(GST_PIPELINE(pipeline), clock);
+        gst_object_unref(clock);
+    }
+
+    ~Pipeline()
+    {
+        gst_element_set_state(pipeline, GST_STATE_NULL);
+        gst_object_unref(source);
+        gst_object_unref(sink);
+        gst_object_unref(pipeline);
+    }
+
+    Pipeline(const Pipeline &) = delete;
+    Pipeline &operator=(const Pipeline &) = delete;
+
+    /** @return false when the source got stuck */
+    [[nodiscard]] bool play() const
+    {
+        auto playing = std::async(std::launch::async, [this] {
+            return gst_element_set_state(pipeline, GST_STATE_PLAYING);
+        });
+        if (playing.wait_for(kStuckAfter) == std::future_status::timeout) {
+            gst_pad_send_event(source, gst_event_new_flush_start()); // ends its waiting
+            return false;
+        }
+        return true;
+    }
 };
 
 CameraReader::CameraReader(const QString &nodeName, const QString &caps)
-    : _pipeline(std::make_unique<Pipeline>())
 {
     gst_init(nullptr, nullptr);
     const QString description =
-        QStringLiteral("pipewiresrc target-object=%1 ! %2 ! appsink name=sink sync=false "
-                       "max-buffers=1 drop=true")
+        QStringLiteral("pipewiresrc name=source target-object=%1 ! %2 ! appsink name=sink "
+                       "sync=false max-buffers=1 drop=true")
             .arg(nodeName, caps);
-    _pipeline->pipeline = gst_parse_launch(description.toUtf8().constData(), nullptr);
-    _pipeline->sink = GST_APP_SINK(gst_bin_get_by_name(GST_BIN(_pipeline->pipeline), "sink"));
-    gst_element_set_state(_pipeline->pipeline, GST_STATE_PLAYING);
+    // PipeWire 1.4's source waits for ever when its stream starts before it began to wait, which
+    // happens now and then on a busy machine.
+    do {
+        _pipeline = std::make_unique<Pipeline>(description);
+    } while (!_pipeline->play());
 }
 
-CameraReader::~CameraReader()
-{
-    gst_element_set_state(_pipeline->pipeline, GST_STATE_NULL);
-    gst_object_unref(_pipeline->sink);
-    gst_object_unref(_pipeline->pipeline);
-}
+CameraReader::~CameraReader() = default;
 
 std::optional<CameraReader::Frame> CameraReader::next(std::chrono::milliseconds patience)
 {
