@@ -3,6 +3,7 @@
 
 import socket
 import struct
+import time
 from typing import Self
 
 from session import wait_until
@@ -14,6 +15,7 @@ INTERN_ATOM = 16
 SEND_EVENT = 25
 SET_INPUT_FOCUS = 42
 CLIENT_MESSAGE = 33
+NO_WINDOW = 0
 VIEWABLE = 2
 
 
@@ -23,6 +25,7 @@ class Display:
     def __init__(self, name: str) -> None:
         self._socket = socket.socket(socket.AF_UNIX)
         self._socket.connect(f"/tmp/.X11-unix/X{name.lstrip(':')}")
+        self._requests = 0
         self._socket.sendall(struct.pack("<BxHHHHxx", ord("l"), 11, 0, 0, 0))
         head = self._read(8)
         setup = self._read(4 * struct.unpack_from("<H", head, 6)[0])
@@ -53,7 +56,7 @@ class Display:
         """Asks a window to close, as its close button does."""
         protocols, delete = self._atom(b"WM_PROTOCOLS"), self._atom(b"WM_DELETE_WINDOW")
         event = struct.pack("<BBHIIII12x", CLIENT_MESSAGE, 32, 0, window, protocols, delete, 0)
-        self._socket.sendall(struct.pack("<BBHII", SEND_EVENT, 0, 11, window, 0) + event)
+        self._send(struct.pack("<BBHII", SEND_EVENT, 0, 11, window, 0) + event)
         self._ask(QUERY_TREE, self._root)  # answered after it was sent on
 
     def wait_for_window(self, timeout: float = 30) -> None:
@@ -63,30 +66,43 @@ class Display:
         """Lets the application hide its window, which it does when it loses the focus."""
 
         def hidden() -> bool:
-            self.drop_focus()  # again and again: a window that just came may get it only now
+            # A window that just came may not have got the focus yet: it needs one to lose.
+            for window in self.visible_windows():
+                self._focus(window)
+                time.sleep(0.05)
+            self._focus(NO_WINDOW)
+            time.sleep(0.05)
             return not self.visible_windows()
 
         wait_until(hidden, 10, "The window stayed without the focus")
 
-    def drop_focus(self) -> None:
-        """Takes the keyboard from every window, as when the user clicks somewhere else."""
-        self._socket.sendall(struct.pack("<BBHII", SET_INPUT_FOCUS, 0, 3, 0, 0))
+    def _focus(self, window: int) -> None:
+        self._send(struct.pack("<BBHII", SET_INPUT_FOCUS, 0, 3, window, 0))
         self._ask(QUERY_TREE, self._root)  # answered after it was done
 
     def _atom(self, name: bytes) -> int:
         padded = name + bytes(-len(name) % 4)
-        self._socket.sendall(
-            struct.pack("<BBHHxx", INTERN_ATOM, 0, 2 + len(padded) // 4, len(name)) + padded
-        )
-        return struct.unpack_from("<I", self._read(32), 8)[0]
+        request = struct.pack("<BBHHxx", INTERN_ATOM, 0, 2 + len(padded) // 4, len(name))
+        return struct.unpack_from("<I", self._answer(self._send(request + padded)), 8)[0]
+
+    def _send(self, request: bytes) -> int:
+        """Gives the number that an answer to the request carries."""
+        self._socket.sendall(request)
+        self._requests += 1
+        return self._requests & 0xFFFF
+
+    def _answer(self, number: int) -> bytes:
+        """The answer to a request; empty when it was refused, the window being gone."""
+        while True:
+            answer = self._read(32)
+            if answer[0] == 1:
+                answer += self._read(4 * struct.unpack_from("<I", answer, 4)[0])
+            # Others are refusals of requests that have no answer.
+            if struct.unpack_from("<H", answer, 2)[0] == number:
+                return answer if answer[0] == 1 else b""
 
     def _ask(self, request: int, window: int) -> bytes:
-        """The answer; empty when the window has gone."""
-        self._socket.sendall(struct.pack("<BxHI", request, 2, window))
-        answer = self._read(32)
-        if answer[0] == 0:
-            return b""
-        return answer + self._read(4 * struct.unpack_from("<I", answer, 4)[0])
+        return self._answer(self._send(struct.pack("<BxHI", request, 2, window)))
 
     def _read(self, count: int) -> bytes:
         data = b""
