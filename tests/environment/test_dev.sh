@@ -152,7 +152,7 @@ setUp_killedInTheMiddle_leavesNothingRunningAndNothingTrusted() {
     # A background command of a script ignores INT; --default-signal undoes that.
     for signal in INT TERM KILL; do
         count=$((count + 1))
-        with_empty_cache env --default-signal=INT ./dev shell true >"$work/output" 2>&1 &
+        with_empty_cache exec env --default-signal=INT ./dev shell true >"$work/output" 2>&1 &
         pid=$!
         expect "$signal: the set-up starts anew" waits_for started_set_ups "$count"
         kill -s "$signal" "$pid"
@@ -166,10 +166,10 @@ setUp_killedInTheMiddle_leavesNothingRunningAndNothingTrusted() {
 
 setUp_whileAnotherOneSetsUp_waitsForIt() {
     hanging_debootstrap
-    with_empty_cache ./dev shell true >"$work/first" 2>&1 &
+    with_empty_cache exec ./dev shell true >"$work/first" 2>&1 &
     local first=$! second
     expect 'the first one starts' waits_for started_set_ups 1
-    with_empty_cache ./dev shell true >"$work/output" 2>&1 &
+    with_empty_cache exec ./dev shell true >"$work/output" 2>&1 &
     second=$!
     expect 'the second one says that it waits' waits_for matches '^Waiting for another ./dev'
     local signal=TERM

@@ -149,10 +149,7 @@ ensure_root() {
     root=$cache/root-$(cat "$kHere/packages.txt" "$kHere/make-root.sh" | sha256sum | cut -c 1-16)
     until hold_root; do
         exec {lock}>"$cache/lock"
-        if ! flock -n "$lock"; then
-            printf 'Waiting for another ./dev that is setting up ...\n' >&2
-            flock "$lock"
-        fi
+        wait_for_lock "$lock" 'another ./dev that is setting up'
         [[ -e $root/$kMarker ]] || set_up_root
         exec {lock}>&-
     done
@@ -200,6 +197,8 @@ install_on_host() {
 # enter_environment ARGUMENTS... - runs dev with them inside; its exit status is the result
 enter_environment() {
     [[ -e /proc/self/fd/0 ]] || exec </dev/null
+    # Without this, bash ignores an INT that did not end the command that it waits for.
+    trap 'exit 130' INT
     local ID= VERSION_ID=
     [[ -r /etc/os-release ]] && . /etc/os-release
     if [[ $ID == debian && ${VERSION_ID:-99} -ge 13 && -z ${LUMIVORA_FORCE_ROOT:-} ]]; then
