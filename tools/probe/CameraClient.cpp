@@ -6,14 +6,19 @@
 #include <gst/gst.h>
 #include <gst/video/video.h>
 
+#include <chrono>
 #include <ctime>
+#include <future>
 #include <utility>
 
 namespace lumivora::tools {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr guint kLookAgainMs = 200;
+constexpr std::uint64_t kStuckAfterUs = 3'000'000;
 
 /** A device property as text; empty when there is none. */
 QString property(GstDevice *device, const char *name)
@@ -37,7 +42,9 @@ struct CameraClient::Gst
     GstDeviceMonitor *monitor = nullptr;
     GstElement *pipeline = nullptr;
     GstElement *sink = nullptr;
-    GstPad *pad = nullptr; // the camera's frames come out of it
+    GstPad *pad = nullptr;                      // the camera's frames come out of it
+    std::future<GstStateChangeReturn> starting; // while the pipeline does
+    std::uint64_t startedUs = 0;
     guint lookTimer = 0;
     guint busWatch = 0;
     std::uint64_t arrivalUs = 0; // of the frame on its way; streaming thread only
@@ -85,12 +92,8 @@ void CameraClient::stop()
 
 void CameraClient::look()
 {
-    if (_gst->pipeline != nullptr) {
-        // A source whose PipeWire goes stops without a word.
-        if (gst_pad_get_task_state(_gst->pad) == GST_TASK_STARTED) {
-            return;
-        }
-        close(QStringLiteral("the source stopped"));
+    if (_gst->pipeline != nullptr && holds()) {
+        return;
     }
     if (_gst->monitor == nullptr) {
         // Made anew for each search: a monitor does not outlive its PipeWire connection.
@@ -118,6 +121,33 @@ void CameraClient::look()
     if (!serial.isEmpty()) {
         open(serial);
     }
+}
+
+bool CameraClient::holds()
+{
+    if (_gst->starting.valid()) {
+        if (_gst->starting.wait_for(0s) != std::future_status::ready) {
+            // PipeWire 1.4's source waits for its start until half a minute is over when it started
+            // too quickly.
+            if (nowUs() - _gst->startedUs < kStuckAfterUs) {
+                return true;
+            }
+            close(QStringLiteral("the source did not start"));
+            return false;
+        }
+        if (_gst->starting.get() == GST_STATE_CHANGE_FAILURE) {
+            close(QStringLiteral("the source could not start"));
+            return false;
+        }
+        const std::lock_guard guard(_lock);
+        ++_opened;
+    }
+    // A source whose PipeWire goes stops without a word.
+    if (gst_pad_get_task_state(_gst->pad) != GST_TASK_STARTED) {
+        close(QStringLiteral("the source stopped"));
+        return false;
+    }
+    return true;
 }
 
 void CameraClient::open(const QString &serial)
@@ -190,11 +220,11 @@ void CameraClient::open(const QString &serial)
         this);
     gst_object_unref(bus);
 
-    {
-        const std::lock_guard guard(_lock);
-        ++_opened;
-    }
-    gst_element_set_state(pipeline, GST_STATE_PLAYING);
+    // The source changes its state only once the camera streams; nobody has to wait with it.
+    _gst->startedUs = nowUs();
+    _gst->starting = std::async(std::launch::async, [pipeline] {
+        return gst_element_set_state(pipeline, GST_STATE_PLAYING);
+    });
 }
 
 void CameraClient::close(const QString &why)
@@ -204,6 +234,11 @@ void CameraClient::close(const QString &why)
         _gst->busWatch = 0;
     }
     if (_gst->pipeline != nullptr) {
+        while (_gst->starting.valid() &&
+               _gst->starting.wait_for(20ms) != std::future_status::ready) {
+            gst_pad_send_event(_gst->pad, gst_event_new_flush_start()); // ends its waiting
+        }
+        _gst->starting = {};
         gst_element_set_state(_gst->pipeline, GST_STATE_NULL);
         gst_clear_object(&_gst->pad);
         gst_clear_object(&_gst->sink);

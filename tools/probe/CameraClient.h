@@ -42,7 +42,7 @@ public:
     [[nodiscard]] QImage picture() const;
     /** Caps of the camera's stream; empty before one runs. */
     [[nodiscard]] QString format() const;
-    /** How often the camera was opened. */
+    /** How often the camera was opened and began to stream. */
     [[nodiscard]] int opened() const;
     /** Why the camera was closed the last time; empty when it never was. */
     [[nodiscard]] QString lastError() const;
@@ -54,6 +54,7 @@ private:
     struct Gst;
 
     void look();
+    [[nodiscard]] bool holds();
     void open(const QString &serial);
     void close(const QString &why);
     void take();
