@@ -10,8 +10,8 @@ namespace lumivora {
 
 /** Knows which nodes are linked to one output node and which of them run.
  *
- *  A link alone is no client: programs link while they enumerate cameras, and a paused one keeps its
- *  link. Two links of one node are one client.
+ *  A link alone is no client: programs link while they enumerate cameras, and a paused one keeps
+ * its link. Two links of one node are one client.
  *
  *  @thread reentrant */
 class ClientTracker

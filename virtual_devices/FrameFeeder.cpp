@@ -11,8 +11,7 @@ using std::chrono::milliseconds;
 
 FrameFeeder::FrameFeeder(Environment environment)
     : _environment(std::move(environment)), _frame(kCameraBytes)
-{
-}
+{}
 
 void FrameFeeder::step()
 {
@@ -64,8 +63,7 @@ void FrameFeeder::showAgain()
     if (!_sourceGaveFrame && _environment.clock() - _lastSeen >= kGrace) {
         _hasFrame = false;
     }
-    _environment.show(_hasFrame ? std::span<const std::byte>(_frame)
-                                : _environment.placeholder());
+    _environment.show(_hasFrame ? std::span<const std::byte>(_frame) : _environment.placeholder());
     _shown = _environment.clock();
 }
 

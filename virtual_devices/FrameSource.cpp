@@ -14,8 +14,7 @@ class ChannelSource : public FrameSource
 {
 public:
     explicit ChannelSource(std::unique_ptr<FrameChannelReader> reader) : _reader(std::move(reader))
-    {
-    }
+    {}
 
     bool wait(std::chrono::milliseconds timeout) override
     {

@@ -34,7 +34,8 @@ public:
     [[nodiscard]] virtual bool isAlive() const = 0;
 };
 
-/** The frame channel's current producer; none when there is none or its frames have another size. */
+/** The frame channel's current producer; none when there is none or its frames have another size.
+ */
 [[nodiscard]] std::unique_ptr<FrameSource> openFrameChannel();
 
 } // namespace lumivora

@@ -42,8 +42,7 @@ bool holds(const unsigned char (&field)[size], std::string_view text)
 
 LoopbackOutput::LoopbackOutput(V4l2 &system, MonotonicClock clock)
     : _system(system), _clock(std::move(clock))
-{
-}
+{}
 
 LoopbackOutput::~LoopbackOutput()
 {
@@ -108,8 +107,7 @@ bool LoopbackOutput::setUp()
     // A client that came first may have fixed another format; what it expects we cannot write.
     return _system.control(_device, VIDIOC_S_FMT, &format) == 0 &&
            format.fmt.pix.width == kCameraWidth && format.fmt.pix.height == kCameraHeight &&
-           format.fmt.pix.pixelformat == V4L2_PIX_FMT_YUYV &&
-           format.fmt.pix.bytesperline == stride;
+           format.fmt.pix.pixelformat == V4L2_PIX_FMT_YUYV && format.fmt.pix.bytesperline == stride;
 }
 
 void LoopbackOutput::subscribe()

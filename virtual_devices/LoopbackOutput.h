@@ -17,8 +17,8 @@ namespace lumivora {
 /** Writes pictures into the v4l2loopback device labelled "Lumivora Control", for the many programs
  *  that know Video4Linux alone. Without such a device, it looks for one every two seconds.
  *
- *  The driver tells of clients by an event, which it gives for those that stream, not for those that
- *  read(). Until the first event, and with drivers that have none, the processes that have the
+ *  The driver tells of clients by an event, which it gives for those that stream, not for those
+ * that read(). Until the first event, and with drivers that have none, the processes that have the
  *  device open count.
  *
  *  @thread reentrant */

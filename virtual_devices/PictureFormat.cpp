@@ -79,10 +79,9 @@ v_uint16x8 weigh(const Pixels &pixels, const Weights &weights)
     const auto part = [](const v_uint16x8 &component, short weight) {
         return cv::v_mul_hi(cv::v_reinterpret_as_s16(component), cv::v_setall_s16(weight));
     };
-    const v_int16x8 sum = cv::v_add(cv::v_add(part(pixels.blue, weights.blue),
-                                              part(pixels.green, weights.green)),
-                                    cv::v_add(part(pixels.red, weights.red),
-                                              cv::v_setall_s16(weights.base)));
+    const v_int16x8 sum =
+        cv::v_add(cv::v_add(part(pixels.blue, weights.blue), part(pixels.green, weights.green)),
+                  cv::v_add(part(pixels.red, weights.red), cv::v_setall_s16(weights.base)));
     return cv::v_reinterpret_as_u16(cv::v_shr<6>(sum));
 }
 
@@ -132,8 +131,7 @@ void to420(const std::uint8_t *bgra, std::size_t stride, int width, std::uint8_t
         const Block lower = load(bgra + stride + x * kBytesPerPixel);
         cv::v_store(y + x, luma(upper));
         cv::v_store(y + yStride + x, luma(lower));
-        const Pixels quads =
-            mean(mean(upper.even, upper.odd), mean(lower.even, lower.odd));
+        const Pixels quads = mean(mean(upper.even, upper.odd), mean(lower.even, lower.odd));
         storeChroma(x, weigh(quads, kBlueDifference), weigh(quads, kRedDifference));
     });
 }
@@ -189,7 +187,9 @@ void convertPicture(const std::uint8_t *bgra, std::size_t stride, const PictureF
         return out + layout.offset[planeIndex] +
                static_cast<std::size_t>(row) * static_cast<std::size_t>(layout.stride[planeIndex]);
     };
-    const auto sourceRow = [&](int row) { return bgra + static_cast<std::size_t>(row) * stride; };
+    const auto sourceRow = [&](int row) {
+        return bgra + static_cast<std::size_t>(row) * stride;
+    };
 
     switch (format.pixels) {
     case PixelFormat::Yuy2:
@@ -225,8 +225,8 @@ void convertPicture(const std::uint8_t *bgra, std::size_t stride, const PictureF
         }
         break;
     case PixelFormat::Rgb: {
-        const cv::Mat from(format.height, format.width, CV_8UC4,
-                           const_cast<std::uint8_t *>(bgra), stride);
+        const cv::Mat from(format.height, format.width, CV_8UC4, const_cast<std::uint8_t *>(bgra),
+                           stride);
         cv::Mat to(format.height, format.width, CV_8UC3, out,
                    static_cast<std::size_t>(layout.stride[0]));
         cv::cvtColor(from, to, cv::COLOR_BGRA2RGB);

@@ -47,7 +47,8 @@ public:
 
     /** Starts the thread, which connects. Called once.
      *  @param threadName  also names the connection in the log
-     *  @return false when the system refuses a thread or a loop; a missing PipeWire is no failure */
+     *  @return false when the system refuses a thread or a loop; a missing PipeWire is no failure
+     */
     [[nodiscard]] bool start(const char *threadName, Callbacks callbacks);
 
     /** Ends the thread, then disconnects; idempotent. Not from the connection's thread. */

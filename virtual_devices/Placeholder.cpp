@@ -25,16 +25,18 @@ constexpr QRgb kBright = qRgb(127, 227, 255);
 
 QColor mixed(QRgb from, QRgb to, double part)
 {
-    const auto mix = [part](int a, int b) { return a + static_cast<int>((b - a) * part); };
-    return {mix(qRed(from), qRed(to)), mix(qGreen(from), qGreen(to)),
-            mix(qBlue(from), qBlue(to))};
+    const auto mix = [part](int a, int b) {
+        return a + static_cast<int>((b - a) * part);
+    };
+    return {mix(qRed(from), qRed(to)), mix(qGreen(from), qGreen(to)), mix(qBlue(from), qBlue(to))};
 }
 
 } // namespace
 
 Placeholder::Placeholder(MonotonicClock clock)
-    : _clock(std::move(clock)), _still(QImage(QStringLiteral(":/devices/placeholder.png"))
-                                           .convertToFormat(QImage::Format_RGB32))
+    : _clock(std::move(clock)),
+      _still(
+          QImage(QStringLiteral(":/devices/placeholder.png")).convertToFormat(QImage::Format_RGB32))
 {
     if (_still.size() != QSize(kCameraWidth, kCameraHeight)) {
         _still = QImage(kCameraWidth, kCameraHeight, QImage::Format_RGB32);

@@ -31,8 +31,7 @@ VideoSourceNode::Config cameraConfig()
 Service::Service()
     : _clock(steadyClock()), _clients(_clock), _loopback(_v4l2, _clock), _placeholder(_clock),
       _feeder(environment())
-{
-}
+{}
 
 Service::~Service()
 {

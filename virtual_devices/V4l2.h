@@ -27,7 +27,8 @@ public:
     virtual void close(int device);
     [[nodiscard]] virtual int control(int device, unsigned long request, void *argument);
     [[nodiscard]] virtual ssize_t write(int device, std::span<const std::uint8_t> bytes);
-    /** Number of other processes, of those that this user may look at, that have the device open. */
+    /** Number of other processes, of those that this user may look at, that have the device open.
+     */
     [[nodiscard]] virtual int otherOpeners(const std::string &path);
 };
 

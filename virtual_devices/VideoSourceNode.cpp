@@ -90,13 +90,11 @@ const spa_pod *formatPod(spa_pod_builder *builder, const PictureFormat &format, 
     spa_pod_builder_add(builder, SPA_FORMAT_VIDEO_size, SPA_POD_Rectangle(&size),
                         SPA_FORMAT_VIDEO_framerate, SPA_POD_Fraction(&rate), 0);
     if (isYuv(format.pixels)) {
-        spa_pod_builder_add(builder, SPA_FORMAT_VIDEO_colorRange,
-                            SPA_POD_Id(SPA_VIDEO_COLOR_RANGE_16_235), SPA_FORMAT_VIDEO_colorMatrix,
-                            SPA_POD_Id(SPA_VIDEO_COLOR_MATRIX_BT601),
-                            SPA_FORMAT_VIDEO_transferFunction,
-                            SPA_POD_Id(SPA_VIDEO_TRANSFER_BT709),
-                            SPA_FORMAT_VIDEO_colorPrimaries,
-                            SPA_POD_Id(SPA_VIDEO_COLOR_PRIMARIES_BT709), 0);
+        spa_pod_builder_add(
+            builder, SPA_FORMAT_VIDEO_colorRange, SPA_POD_Id(SPA_VIDEO_COLOR_RANGE_16_235),
+            SPA_FORMAT_VIDEO_colorMatrix, SPA_POD_Id(SPA_VIDEO_COLOR_MATRIX_BT601),
+            SPA_FORMAT_VIDEO_transferFunction, SPA_POD_Id(SPA_VIDEO_TRANSFER_BT709),
+            SPA_FORMAT_VIDEO_colorPrimaries, SPA_POD_Id(SPA_VIDEO_COLOR_PRIMARIES_BT709), 0);
     }
     return asPod(spa_pod_builder_pop(builder, &frame));
 }
@@ -119,8 +117,8 @@ const spa_pod *headerPod(spa_pod_builder *builder)
     spa_pod_frame frame{};
     spa_pod_builder_push_object(builder, &frame, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta);
     spa_pod_builder_add(builder, SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Header),
-                        SPA_PARAM_META_size,
-                        SPA_POD_Int(static_cast<int>(sizeof(spa_meta_header))), 0);
+                        SPA_PARAM_META_size, SPA_POD_Int(static_cast<int>(sizeof(spa_meta_header))),
+                        0);
     return asPod(spa_pod_builder_pop(builder, &frame));
 }
 
@@ -273,8 +271,7 @@ const pw_stream_events VideoSourceNode::Session::kStreamEvents = [] {
 
 VideoSourceNode::Session::Session(Config config, ClientsChanged clientsChanged)
     : _config(std::move(config)), _clientsChanged(std::move(clientsChanged))
-{
-}
+{}
 
 VideoSourceNode::Session::~Session()
 {
@@ -284,7 +281,9 @@ VideoSourceNode::Session::~Session()
 bool VideoSourceNode::Session::start()
 {
     return _connection.start("camera node", {[this](pw_core *core) { return connect(core); },
-                                             [this] { disconnect(); }});
+                                             [this] {
+                                                 disconnect();
+                                             }});
 }
 
 bool VideoSourceNode::Session::connect(pw_core *core)
@@ -295,10 +294,10 @@ bool VideoSourceNode::Session::connect(pw_core *core)
     }
     pw_registry_add_listener(_registry, &_registryListener, &kRegistryEvents, this);
 
-    pw_properties *properties = pw_properties_new(
-        PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CLASS, "Video/Source", PW_KEY_MEDIA_ROLE, "Camera",
-        PW_KEY_NODE_NAME, _config.nodeName.c_str(), PW_KEY_NODE_DESCRIPTION,
-        _config.description.c_str(), nullptr);
+    pw_properties *properties =
+        pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CLASS, "Video/Source",
+                          PW_KEY_MEDIA_ROLE, "Camera", PW_KEY_NODE_NAME, _config.nodeName.c_str(),
+                          PW_KEY_NODE_DESCRIPTION, _config.description.c_str(), nullptr);
     _stream = pw_stream_new(core, _config.description.c_str(), properties);
     if (_stream == nullptr) {
         return false;
@@ -315,8 +314,9 @@ bool VideoSourceNode::Session::connect(pw_core *core)
     }
     constexpr auto flags =
         static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_MAP_BUFFERS);
-    const int result = pw_stream_connect(_stream, PW_DIRECTION_OUTPUT, PW_ID_ANY, flags,
-                                         formats.data(), static_cast<std::uint32_t>(formats.size()));
+    const int result =
+        pw_stream_connect(_stream, PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, formats.data(),
+                          static_cast<std::uint32_t>(formats.size()));
     errno = -result;
     return result >= 0;
 }
@@ -349,8 +349,7 @@ void VideoSourceNode::Session::onStreamState(void *self, pw_stream_state /*old*/
                                              pw_stream_state state, const char *error) noexcept
 {
     auto *session = static_cast<Session *>(self);
-    qCDebug(lcNode) << session->_config.description.c_str()
-                    << pw_stream_state_as_string(state);
+    qCDebug(lcNode) << session->_config.description.c_str() << pw_stream_state_as_string(state);
     session->streaming = state == PW_STREAM_STATE_STREAMING;
     switch (state) {
     case PW_STREAM_STATE_ERROR:
@@ -371,8 +370,7 @@ void VideoSourceNode::Session::onStreamState(void *self, pw_stream_state /*old*/
     }
 }
 
-void VideoSourceNode::Session::onFormat(void *self, std::uint32_t id,
-                                        const spa_pod *param) noexcept
+void VideoSourceNode::Session::onFormat(void *self, std::uint32_t id, const spa_pod *param) noexcept
 {
     auto *session = static_cast<Session *>(self);
     if (id != SPA_PARAM_Format) {
@@ -457,8 +455,8 @@ void VideoSourceNode::Session::send(pw_buffer *buffer, std::size_t bytes)
     chunk->size = static_cast<std::uint32_t>(bytes);
     chunk->stride = PictureLayout::of(*_format).stride[0];
     chunk->flags = 0;
-    auto *header = static_cast<spa_meta_header *>(spa_buffer_find_meta_data(
-        buffer->buffer, SPA_META_Header, sizeof(spa_meta_header)));
+    auto *header = static_cast<spa_meta_header *>(
+        spa_buffer_find_meta_data(buffer->buffer, SPA_META_Header, sizeof(spa_meta_header)));
     if (header != nullptr) {
         header->flags = 0;
         header->offset = 0;
@@ -487,9 +485,8 @@ void VideoSourceNode::Session::releaseStuckBuffers()
     }
 }
 
-void VideoSourceNode::Session::onGlobal(void *self, std::uint32_t id,
-                                        std::uint32_t /*permissions*/, const char *type,
-                                        std::uint32_t /*version*/,
+void VideoSourceNode::Session::onGlobal(void *self, std::uint32_t id, std::uint32_t /*permissions*/,
+                                        const char *type, std::uint32_t /*version*/,
                                         const spa_dict *properties) noexcept
 {
     auto *session = static_cast<Session *>(self);

@@ -35,8 +35,8 @@ public:
 
     /** Puts one frame of the given format into the memory.
      *  @return its size in bytes, 0 to send nothing */
-    using Fill = std::function<std::size_t(const PictureFormat &format,
-                                           std::span<std::uint8_t> memory)>;
+    using Fill =
+        std::function<std::size_t(const PictureFormat &format, std::span<std::uint8_t> memory)>;
     /** Number of clients that have the camera running. @thread called on the node's thread */
     using ClientsChanged = std::function<void(int clients)>;
 
@@ -47,8 +47,8 @@ public:
     };
 
     /** @return none when the system refuses a thread or a loop; a missing PipeWire is no failure */
-    [[nodiscard]] static std::unique_ptr<VideoSourceNode> create(Config config,
-                                                                 ClientsChanged clientsChanged = {});
+    [[nodiscard]] static std::unique_ptr<VideoSourceNode>
+    create(Config config, ClientsChanged clientsChanged = {});
     ~VideoSourceNode();
 
     VideoSourceNode(const VideoSourceNode &) = delete;

@@ -20,7 +20,9 @@ static_assert(std::atomic<bool>::is_always_lock_free, "set by a signal handler")
 void stopAtSignals()
 {
     struct sigaction action{};
-    action.sa_handler = [](int) { stopRequested = true; };
+    action.sa_handler = [](int) {
+        stopRequested = true;
+    };
     for (const int signal : {SIGTERM, SIGINT}) {
         sigaction(signal, &action, nullptr);
     }

@@ -15,8 +15,7 @@ constexpr std::chrono::seconds kStuckAfter{3};
 
 QString property(const GstStructure *properties, const char *name)
 {
-    const char *text =
-        properties == nullptr ? nullptr : gst_structure_get_string(properties, name);
+    const char *text = properties == nullptr ? nullptr : gst_structure_get_string(properties, name);
     return text == nullptr ? QString() : QString::fromUtf8(text);
 }
 
@@ -95,8 +94,8 @@ std::optional<CameraReader::Frame> CameraReader::next(std::chrono::milliseconds 
                                              gst_element_get_base_time(_pipeline->pipeline));
     GstMapInfo map{};
     if (gst_buffer_map(buffer, &map, GST_MAP_READ) != 0) {
-        frame.bytes = QByteArray(reinterpret_cast<const char *>(map.data),
-                                 static_cast<qsizetype>(map.size));
+        frame.bytes =
+            QByteArray(reinterpret_cast<const char *>(map.data), static_cast<qsizetype>(map.size));
         gst_buffer_unmap(buffer, &map);
     }
     gst_sample_unref(sample);

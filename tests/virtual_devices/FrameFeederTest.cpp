@@ -18,9 +18,9 @@ using std::chrono::milliseconds;
 struct Producer
 {
     bool alive = true;
-    bool torn = false;                     // copy() fails
-    std::vector<milliseconds> frameTimes;  // ascending
-    std::vector<char> frames;              // the byte that fills each
+    bool torn = false;                    // copy() fails
+    std::vector<milliseconds> frameTimes; // ascending
+    std::vector<char> frames;             // the byte that fills each
     std::size_t given = 0;
 };
 

@@ -13,7 +13,9 @@ class GracedCountTest : public ::testing::Test
 {
 protected:
     std::chrono::milliseconds now{50000};
-    GracedCount count{[this] { return now; }};
+    GracedCount count{[this] {
+        return now;
+    }};
 };
 
 } // namespace

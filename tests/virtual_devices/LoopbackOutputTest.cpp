@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "virtual_devices/LoopbackOutput.h"
 #include "tests/support/LogCapture.h"
 #include "virtual_devices/FrameSource.h"
-#include "virtual_devices/LoopbackOutput.h"
 
 #include <gmock/gmock.h>
 
@@ -133,7 +133,9 @@ protected:
     FakeV4l2 driver;
     std::chrono::milliseconds now{90000};
     test::LogCapture log;
-    LoopbackOutput output{driver, [this] { return now; }};
+    LoopbackOutput output{driver, [this] {
+                              return now;
+                          }};
 };
 
 std::vector<std::byte> whitePicture()

@@ -43,8 +43,7 @@ public:
     Picture(int width, int height)
         : stride(static_cast<std::size_t>(width) * 4 + 20),
           bytes(stride * static_cast<std::size_t>(height), 0xA5), _width(width)
-    {
-    }
+    {}
 
     void fillRandom(unsigned seed)
     {
@@ -149,8 +148,7 @@ Deviation worst(Picture &picture, PixelFormat pixels, int width, int height)
                 samples = nv12At(data, x, y, width, height);
             }
             const Rgb own = picture.mean(x, y, 1, 1);
-            const Rgb shared =
-                picture.mean(x / 2 * 2, y / chromaRows * chromaRows, 2, chromaRows);
+            const Rgb shared = picture.mean(x / 2 * 2, y / chromaRows * chromaRows, 2, chromaRows);
             result.luma = std::max(result.luma, std::abs(samples.y - lumaOf(own)));
             result.chroma = std::max({result.chroma, std::abs(samples.u - blueDifferenceOf(shared)),
                                       std::abs(samples.v - redDifferenceOf(shared))});
@@ -162,8 +160,7 @@ Deviation worst(Picture &picture, PixelFormat pixels, int width, int height)
 } // namespace
 
 class YuvConversionTest : public ::testing::TestWithParam<PixelFormat>
-{
-};
+{};
 
 TEST_P(YuvConversionTest, convertPicture_randomColours_withinOneLevelOfTheStandard)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "virtual_devices/FrameSource.h"
 #include "virtual_devices/Placeholder.h"
+#include "virtual_devices/FrameSource.h"
 
 #include <gmock/gmock.h>
 

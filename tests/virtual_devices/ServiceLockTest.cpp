@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tests/support/TemporaryRuntime.h"
 #include "virtual_devices/ServiceLock.h"
+#include "tests/support/TemporaryRuntime.h"
 
 #include <gmock/gmock.h>
 

@@ -37,8 +37,7 @@ protected:
     void start(const QStringList &arguments)
     {
         standIn.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        standIn.start(QCoreApplication::applicationDirPath() +
-                          QStringLiteral("/lumivora-standin"),
+        standIn.start(QCoreApplication::applicationDirPath() + QStringLiteral("/lumivora-standin"),
                       arguments);
         ASSERT_TRUE(standIn.waitForStarted());
         ASSERT_EQ(answer()[u"event"].toString(), QStringLiteral("ready"));
@@ -238,8 +237,7 @@ TEST_F(StandInProgramTest, arguments_absurd_areRefused)
              QStringList{QStringLiteral("--seconds"), QStringLiteral("-1")},
          }) {
         QProcess refused;
-        refused.start(QCoreApplication::applicationDirPath() +
-                          QStringLiteral("/lumivora-standin"),
+        refused.start(QCoreApplication::applicationDirPath() + QStringLiteral("/lumivora-standin"),
                       arguments);
         ASSERT_TRUE(refused.waitForFinished()) << arguments.join(u' ').toStdString();
         EXPECT_EQ(refused.exitCode(), 2) << arguments.join(u' ').toStdString();

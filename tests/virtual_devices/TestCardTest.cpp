@@ -32,5 +32,4 @@ TEST(TestCardTest, draw_afterOtherFrames_isTheSamePictureForTheSameNumber)
     EXPECT_EQ(cv::norm(used.draw(123456), fresh.draw(123456), cv::NORM_INF), 0);
 }
 
-
 } // namespace lumivora::tools

@@ -106,11 +106,11 @@ protected:
     /** A client in a process of its own. */
     static void startClient(QProcess &client)
     {
-        ASSERT_TRUE(test::startHelper(
-            client, QStringLiteral("gst-launch-1.0"),
-            {QStringLiteral("-q"), QStringLiteral("pipewiresrc"),
-             QStringLiteral("target-object=") + kCamera, QStringLiteral("!"),
-             QStringLiteral("video/x-raw"), QStringLiteral("!"), QStringLiteral("fakesink")}));
+        ASSERT_TRUE(test::startHelper(client, QStringLiteral("gst-launch-1.0"),
+                                      {QStringLiteral("-q"), QStringLiteral("pipewiresrc"),
+                                       QStringLiteral("target-object=") + kCamera,
+                                       QStringLiteral("!"), QStringLiteral("video/x-raw"),
+                                       QStringLiteral("!"), QStringLiteral("fakesink")}));
     }
 
     [[nodiscard]] std::uint32_t clients() const
@@ -133,7 +133,9 @@ protected:
 bool isPlaceholder(const QByteArray &bgrx)
 {
     // The artwork's corner is dark and blue; what tests write is random or one colour.
-    const auto byte = [&bgrx](int index) { return static_cast<unsigned char>(bgrx[index]); };
+    const auto byte = [&bgrx](int index) {
+        return static_cast<unsigned char>(bgrx[index]);
+    };
     return bgrx.size() == static_cast<qsizetype>(kFrameBytes) && byte(0) > byte(2) &&
            byte(0) < 96 && std::abs(byte(0) - byte(4)) <= 3 && std::abs(byte(0) - byte(8)) <= 3;
 }
@@ -172,10 +174,8 @@ TEST_F(VirtualCameraTest, client_noProducer_getsThePlaceholder)
 TEST_F(VirtualCameraTest, client_anyFormatThatIsOffered_getsFramesOfItsSize)
 {
     const std::vector<std::pair<QString, qsizetype>> kFormats = {
-        {QStringLiteral("YUY2"), 1280 * 720 * 2},
-        {QStringLiteral("I420"), 1280 * 720 * 3 / 2},
-        {QStringLiteral("NV12"), 1280 * 720 * 3 / 2},
-        {QStringLiteral("BGRA"), 1280 * 720 * 4},
+        {QStringLiteral("YUY2"), 1280 * 720 * 2},     {QStringLiteral("I420"), 1280 * 720 * 3 / 2},
+        {QStringLiteral("NV12"), 1280 * 720 * 3 / 2}, {QStringLiteral("BGRA"), 1280 * 720 * 4},
         {QStringLiteral("BGRx"), 1280 * 720 * 4},
     };
     for (const auto &[format, bytes] : kFormats) {
@@ -191,8 +191,8 @@ TEST_F(VirtualCameraTest, client_producerWrites_getsTheFramesByteForByte)
     const QByteArray written = patternedFrame(1);
     const Producer producer(written);
     CameraReader client(kCamera, kBgrx);
-    EXPECT_TRUE(client.waitFor([&](const QByteArray &frame) { return frame == written; },
-                               kPatience));
+    EXPECT_TRUE(
+        client.waitFor([&](const QByteArray &frame) { return frame == written; }, kPatience));
 }
 
 TEST_F(VirtualCameraTest, client_frames_carryTheTimeAtWhichTheyWereSent)
@@ -215,7 +215,9 @@ TEST_F(VirtualCameraTest, twoClients_bothGetTheSameFrames)
     const Producer producer(written);
     CameraReader first(kCamera, kBgrx);
     CameraReader second(kCamera, kBgrx);
-    const auto isWritten = [&](const QByteArray &frame) { return frame == written; };
+    const auto isWritten = [&](const QByteArray &frame) {
+        return frame == written;
+    };
     EXPECT_TRUE(first.waitFor(isWritten, kPatience));
     EXPECT_TRUE(second.waitFor(isWritten, kPatience));
     EXPECT_TRUE(waitForClients(2));
@@ -272,8 +274,8 @@ TEST_F(VirtualCameraTest, client_producerEnds_getsThePlaceholderAgain)
     {
         const QByteArray written = patternedFrame(4);
         const Producer producer(written);
-        ASSERT_TRUE(client.waitFor([&](const QByteArray &frame) { return frame == written; },
-                                   kPatience));
+        ASSERT_TRUE(
+            client.waitFor([&](const QByteArray &frame) { return frame == written; }, kPatience));
     }
     EXPECT_TRUE(client.waitFor(&isPlaceholder, kPatience));
 }
@@ -284,8 +286,8 @@ TEST_F(VirtualCameraTest, client_producerIsReplaced_isFedWithoutOpeningAgain)
     for (unsigned seed = 5; seed < 8; ++seed) {
         const QByteArray written = patternedFrame(seed);
         const Producer producer(written);
-        ASSERT_TRUE(client.waitFor([&](const QByteArray &frame) { return frame == written; },
-                                   kPatience))
+        ASSERT_TRUE(
+            client.waitFor([&](const QByteArray &frame) { return frame == written; }, kPatience))
             << seed;
     }
 }
@@ -304,8 +306,8 @@ TEST_F(VirtualCameraTest, client_producerIsKilled_getsThePlaceholderAndThenItsSu
         }
         _exit(1);
     }
-    const bool gotFrame = client.waitFor(
-        [&](const QByteArray &frame) { return frame == written; }, kPatience);
+    const bool gotFrame =
+        client.waitFor([&](const QByteArray &frame) { return frame == written; }, kPatience);
     kill(producer, SIGKILL);
     waitpid(producer, nullptr, 0);
     ASSERT_TRUE(gotFrame);
@@ -313,8 +315,7 @@ TEST_F(VirtualCameraTest, client_producerIsKilled_getsThePlaceholderAndThenItsSu
 
     const QByteArray later = patternedFrame(9);
     const Producer successor(later);
-    EXPECT_TRUE(
-        client.waitFor([&](const QByteArray &frame) { return frame == later; }, kPatience));
+    EXPECT_TRUE(client.waitFor([&](const QByteArray &frame) { return frame == later; }, kPatience));
 }
 
 TEST_F(VirtualCameraTest, client_producerOfAnotherSize_getsThePlaceholder)
@@ -333,8 +334,8 @@ TEST_F(VirtualCameraTest, client_producerOfAnotherSize_getsThePlaceholder)
 
 TEST_F(VirtualCameraTest, client_garbageForAChannel_getsThePlaceholder)
 {
-    QFile file(QDir(session.runtimePath())
-                   .filePath(QStringLiteral("lumivora-control/LumivoraCamVideo")));
+    QFile file(
+        QDir(session.runtimePath()).filePath(QStringLiteral("lumivora-control/LumivoraCamVideo")));
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.write(QByteArray(5000, '\xEE'));
     file.close();
@@ -365,10 +366,9 @@ TEST_F(VirtualCameraTest, service_startedBeforePipeWire_appearsOnceItIsThere)
 {
     test::endHelper(service);
     session.killServer();
-    ASSERT_TRUE(test::startHelper(service,
-                                  QCoreApplication::applicationDirPath() +
-                                      QStringLiteral("/lumivora-virtual-devices"),
-                                  {}));
+    ASSERT_TRUE(test::startHelper(
+        service,
+        QCoreApplication::applicationDirPath() + QStringLiteral("/lumivora-virtual-devices"), {}));
     ASSERT_TRUE(waitUntil(&isVirtualDevicesServiceRunning));
     ASSERT_TRUE(session.startServer());
     EXPECT_TRUE(PipeWireSession::waitForNode(kCamera));

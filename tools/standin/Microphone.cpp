@@ -48,10 +48,8 @@ class Microphone::Session
 {
 public:
     Session(std::string nodeName, std::string description)
-        : _nodeName(std::move(nodeName)), _description(std::move(description)),
-          _sound(oneSecond())
-    {
-    }
+        : _nodeName(std::move(nodeName)), _description(std::move(description)), _sound(oneSecond())
+    {}
     ~Session() { _connection.stop(); }
 
     Session(const Session &) = delete;
@@ -60,7 +58,9 @@ public:
     bool start()
     {
         return _connection.start("microphone", {[this](pw_core *core) { return connect(core); },
-                                                [this] { disconnect(); }});
+                                                [this] {
+                                                    disconnect();
+                                                }});
     }
 
 private:

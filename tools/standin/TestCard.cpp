@@ -62,8 +62,8 @@ void drawPerson(cv::Mat &picture)
               rgb(248, 208, 178)); // face
     for (const int side : {-1, 1}) {
         const cv::Point eyeAt(head.x + side * unit * 7 / 10, head.y - unit / 4);
-        cv::ellipse(picture, eyeAt, {unit / 4, unit / 6}, 0, 0, 360, rgb(250, 250, 248),
-                    cv::FILLED, cv::LINE_AA);
+        cv::ellipse(picture, eyeAt, {unit / 4, unit / 6}, 0, 0, 360, rgb(250, 250, 248), cv::FILLED,
+                    cv::LINE_AA);
         cv::circle(picture, eyeAt, unit / 8, eye, cv::FILLED, cv::LINE_AA);
         cv::ellipse(picture, {eyeAt.x, eyeAt.y - unit / 3}, {unit / 2, unit / 6}, 0, 200, 340, eye,
                     std::max(1, unit / 14), cv::LINE_AA);
@@ -86,10 +86,10 @@ void drawColourBars(cv::Mat &picture)
     }
     for (int level = 0; level < 12; ++level) {
         const int grey = level * 255 / 11;
-        cv::rectangle(picture,
-                      {left + level * width / 2, top + picture.rows / 3, width / 2,
-                       picture.rows / 16},
-                      rgb(grey, grey, grey), cv::FILLED);
+        cv::rectangle(
+            picture,
+            {left + level * width / 2, top + picture.rows / 3, width / 2, picture.rows / 16},
+            rgb(grey, grey, grey), cv::FILLED);
     }
 }
 
@@ -174,9 +174,9 @@ void TestCard::drawNumber(std::uint32_t number)
     const int height = _frame.rows / 12;
     const int width = height * 6 / 10;
     const int gap = height / 5;
-    const cv::Rect area = touched({_frame.cols - kDigits * (width + gap) - 2 * gap,
-                                   _frame.rows * 3 / 4, kDigits * (width + gap) + gap,
-                                   height + 2 * gap});
+    const cv::Rect area =
+        touched({_frame.cols - kDigits * (width + gap) - 2 * gap, _frame.rows * 3 / 4,
+                 kDigits * (width + gap) + gap, height + 2 * gap});
     cv::rectangle(_frame, area, rgb(28, 34, 40), cv::FILLED);
     std::uint32_t rest = number;
     for (int i = kDigits - 1; i >= 0; --i) {

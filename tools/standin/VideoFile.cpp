@@ -39,10 +39,10 @@ std::unique_ptr<VideoFile> VideoFile::open(const std::string &path, int width, i
 {
     gst_init(nullptr, nullptr);
     GError *error = nullptr;
-    GstElement *pipeline = gst_parse_launch(
-        "filesrc name=file ! decodebin ! videoconvert ! videoscale ! videorate ! "
-        "appsink name=sink sync=false max-buffers=2",
-        &error);
+    GstElement *pipeline =
+        gst_parse_launch("filesrc name=file ! decodebin ! videoconvert ! videoscale ! videorate ! "
+                         "appsink name=sink sync=false max-buffers=2",
+                         &error);
     if (pipeline == nullptr) {
         qCWarning(lcVideoFile) << "no decoder:" << error->message;
         g_clear_error(&error);
@@ -96,10 +96,9 @@ bool VideoFile::pull()
 cv::Mat &VideoFile::next()
 {
     if (!pull() && gst_app_sink_is_eos(_pipeline->sink) != 0) {
-        gst_element_seek_simple(_pipeline->pipeline, GST_FORMAT_TIME,
-                                static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH |
-                                                          GST_SEEK_FLAG_KEY_UNIT),
-                                0);
+        gst_element_seek_simple(
+            _pipeline->pipeline, GST_FORMAT_TIME,
+            static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT), 0);
         pull();
     }
     return _frame;

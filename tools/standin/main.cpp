@@ -173,8 +173,7 @@ public:
     explicit StandIn(Options options)
         : _options(std::move(options)), _rate(_options.camera.framesPerSecond),
           _card(_options.camera.formats.front().width, _options.camera.formats.front().height)
-    {
-    }
+    {}
 
     [[nodiscard]] bool start()
     {
@@ -330,8 +329,7 @@ private:
             {QStringLiteral("clients"), _camera ? _camera->clientCount() : 0},
             {QStringLiteral("plugged"), _camera != nullptr},
             {QStringLiteral("rate"), _rate},
-            {QStringLiteral("seconds"),
-             duration<double>(SteadyClock::now() - _started).count()},
+            {QStringLiteral("seconds"), duration<double>(SteadyClock::now() - _started).count()},
         };
         std::printf("%s\n", QJsonDocument(line).toJson(QJsonDocument::Compact).constData());
         std::fflush(stdout);
@@ -367,7 +365,9 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationVersion(QStringLiteral(LUMIVORA_VERSION));
     for (const int signal : {SIGTERM, SIGINT}) {
         struct sigaction action{};
-        action.sa_handler = [](int) { stopRequested = 1; };
+        action.sa_handler = [](int) {
+            stopRequested = 1;
+        };
         sigaction(signal, &action, nullptr);
     }
     std::signal(SIGPIPE, SIG_IGN); // whoever started us may be gone already
