@@ -34,7 +34,7 @@ constexpr int kCyclesPerRound = 50;
 // The allocator keeps what was freed as it pleases: memory and mappings jump now and then. A leak
 // shows in every round, so the round with the least growth tells; a page each cycle is too much.
 constexpr qsizetype kMappingSlack = 12;
-constexpr qsizetype kMemorySlackKb = kCyclesPerRound * 4;
+constexpr qsizetype kMemorySlackKb = qsizetype{kCyclesPerRound} * 4;
 
 /** What a process holds, as the system counts it. */
 struct Holdings

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <numbers>
 #include <optional>
@@ -41,7 +42,10 @@ struct Picture
         }
     }
 
-    std::uint8_t *at(int x, int y) { return &bytes[static_cast<std::size_t>(y * stride + x * 4)]; }
+    std::uint8_t *at(int x, int y)
+    {
+        return bytes.data() + std::ptrdiff_t{y} * stride + std::ptrdiff_t{x} * 4;
+    }
 
     [[nodiscard]] std::optional<FrameStamp> read(StampBand band) const
     {

@@ -44,8 +44,8 @@ TEST(FrameTally, add_consecutiveFrames_countsThemWithRateAndLatency)
     EXPECT_DOUBLE_EQ(tally.liveSeconds(), 3.0);
     EXPECT_DOUBLE_EQ(tally.fps(), 10.0);
     EXPECT_DOUBLE_EQ(tally.latencyMs(0.5), 5.0);
-    EXPECT_EQ(tally.first()->number, 100U);
-    EXPECT_EQ(tally.last()->number, 130U);
+    EXPECT_EQ(tally.first(), (FrameStamp{100, 1'000'000}));
+    EXPECT_EQ(tally.last(), (FrameStamp{130, 4'000'000}));
     EXPECT_EQ(tally.firstArrivalUs(), 1'005'000U);
 }
 

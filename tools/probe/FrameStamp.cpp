@@ -103,14 +103,14 @@ int brightness(const std::uint8_t *pixels, int stride, const Cell &cell)
 {
     const int marginX = (cell.right - cell.left) / 4;
     const int marginY = (cell.bottom - cell.top) / 4;
+    const int count =
+        (cell.right - cell.left - 2 * marginX) * (cell.bottom - cell.top - 2 * marginY);
     int sum = 0;
-    int count = 0;
     for (int y = cell.top + marginY; y < cell.bottom - marginY; ++y) {
         const std::uint8_t *row = pixels + static_cast<std::ptrdiff_t>(y) * stride;
         for (int x = cell.left + marginX; x < cell.right - marginX; ++x) {
             const std::uint8_t *pixel = row + static_cast<std::ptrdiff_t>(x) * 4;
             sum += (pixel[0] + 2 * pixel[1] + pixel[2]) / 4;
-            ++count;
         }
     }
     return sum / count;

@@ -22,7 +22,7 @@ FrameTally::Kind FrameTally::add(const std::optional<FrameStamp> &top,
         ++_repeated;
         return Kind::Repeated;
     }
-    if (!_first) {
+    if (!_last) {
         _first = top;
         _firstArrivalUs = arrivalUs;
     } else if (top->number > _last->number) {

@@ -108,8 +108,8 @@ void printLine(Run &run, std::uint64_t now)
         {QStringLiteral("fps"), static_cast<double>(fresh) / secondsBetween(run.lineUs, now)},
         {QStringLiteral("latency_ms"), tally.latencyMs(0.5, run.atLine.delivered())},
     };
-    if (tally.last()) {
-        line.insert(QStringLiteral("number"), number(tally.last()->number));
+    if (const auto &last = tally.last()) {
+        line.insert(QStringLiteral("number"), number(last->number));
     }
     std::puts(QJsonDocument(line).toJson(QJsonDocument::Compact).constData());
     std::fflush(stdout);
@@ -153,9 +153,11 @@ QJsonObject reportOf(const Run &run)
         {QStringLiteral("latency_ms_p50"), tally.latencyMs(0.5)},
         {QStringLiteral("latency_ms_p99"), tally.latencyMs(0.99)},
     };
-    if (tally.first()) {
-        report.insert(QStringLiteral("first_number"), number(tally.first()->number));
-        report.insert(QStringLiteral("last_number"), number(tally.last()->number));
+    const auto &first = tally.first();
+    const auto &last = tally.last();
+    if (first && last) {
+        report.insert(QStringLiteral("first_number"), number(first->number));
+        report.insert(QStringLiteral("last_number"), number(last->number));
         report.insert(QStringLiteral("first_live_after_s"),
                       secondsBetween(run.startedUs, tally.firstArrivalUs()));
     }
