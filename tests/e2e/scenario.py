@@ -64,5 +64,5 @@ class Scenario(unittest.TestCase):
 
     def service_processes(self) -> list[int]:
         """The virtual device service, which the application started."""
-        programs = guard.marked_programs(self.session.mark)
-        return [pid for pid, name in programs.items() if name == SERVICE]
+        here = guard.processes_with("XDG_RUNTIME_DIR", str(self.session.runtime_dir))
+        return [pid for pid, name in guard.programs(here).items() if name == SERVICE]

@@ -22,6 +22,13 @@ REPORT_KEYS = {
 }  # fmt: skip
 
 
+def link_binaries(build: Path) -> None:
+    """Makes a build folder with the programs under test, so that a run's output goes beside it."""
+    link = build / "bin"
+    link.unlink(missing_ok=True)
+    link.symlink_to(BINARIES.resolve())
+
+
 class Run(unittest.TestCase):
     """The run command, as ./dev calls it."""
 
@@ -29,9 +36,7 @@ class Run(unittest.TestCase):
         self.folder = LOGS / self._testMethodName
         self.folder.mkdir(parents=True, exist_ok=True)
         (self.folder / "build").mkdir(exist_ok=True)
-        link = self.folder / "build" / "bin"
-        link.unlink(missing_ok=True)
-        link.symlink_to(BINARIES.resolve())
+        link_binaries(self.folder / "build")
 
     def command(self, *arguments: str) -> list[str]:
         build = f"--build-dir={self.folder / 'build'}"
@@ -99,7 +104,7 @@ class Run(unittest.TestCase):
                     "lumivora-control", "lumivora-virtual-devices", "lumivora-probe",
                 }  # fmt: skip
                 wait_until(
-                    lambda: set(guard.marked_programs(mark).values()) >= everything,
+                    lambda: set(guard.programs(guard.marked_processes(mark)).values()) >= everything,
                     30,
                     "The run did not start",
                 )
@@ -107,6 +112,24 @@ class Run(unittest.TestCase):
                 run.wait(20)
             wait_until(lambda: not guard.marked_processes(mark), 15, "Something went on running")
             wait_until(lambda: not sessions(), 5, "The session's folder stayed")
+
+
+class Desktop(Scenario):
+    def test_run_on_a_desktop_joins_its_session_until_stopped(self) -> None:
+        build = self.session.logs / "build"
+        build.mkdir(exist_ok=True)
+        link_binaries(build)
+        run = self.session.start("run", [sys.executable, str(RUN), f"--build-dir={build}"])
+        wait_until(lambda: "runs in your session" in run.log_text(), 15, "Nothing was said")
+        client = self.live_client()
+        wait_until(lambda: "The camera is in use" in run.log_text(), 5, "The picture went unseen")
+        client.service.stop()
+        self.assertEqual(len(self.service_processes()), 1)
+
+        run.signal(signal.SIGINT)
+
+        self.assertEqual(run.wait(20), 0)
+        self.assertEqual(self.service_processes(), [])
 
 
 class Window(Scenario):

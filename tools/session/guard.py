@@ -16,9 +16,9 @@ from pathlib import Path
 MARK = "LUMIVORA_SESSION"
 
 
-def marked_processes(mark: str) -> list[int]:
-    """The processes that were started with the mark, this one left out."""
-    wanted = f"{MARK}={mark}".encode()
+def processes_with(variable: str, value: str) -> list[int]:
+    """The processes that were started with that variable, this one left out."""
+    wanted = f"{variable}={value}".encode()
     found = []
     for entry in Path("/proc").iterdir():
         if not entry.name.isdigit() or int(entry.name) == os.getpid():
@@ -31,10 +31,14 @@ def marked_processes(mark: str) -> list[int]:
     return found
 
 
-def marked_programs(mark: str) -> dict[int, str]:
-    """Names of the programs that marked processes run."""
+def marked_processes(mark: str) -> list[int]:
+    return processes_with(MARK, mark)
+
+
+def programs(processes: list[int]) -> dict[int, str]:
+    """Names of the programs that processes run."""
     names = {}
-    for pid in marked_processes(mark):
+    for pid in processes:
         try:
             command = Path(f"/proc/{pid}/cmdline").read_bytes().split(b"\0")[0].decode()
         except OSError:

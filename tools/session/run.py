@@ -45,6 +45,9 @@ LEAST_LIVE_FRAMES = 15
 WINDOW_TIMEOUT_S = 15
 
 
+FORMATS = ("YUY2", "I420", "NV12", "BGRA", "BGRx", "RGB", "MJPG")
+
+
 def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         prog="./dev run",
@@ -73,15 +76,20 @@ def parse_arguments() -> argparse.Namespace:
         "--standin", action="store_true",
         help="on a desktop: offer a stand-in camera, and measure with it",
     )  # fmt: skip
-    standin.add_argument("--rate", metavar="FPS", help="frames a second")
-    standin.add_argument("--format", metavar="FORMAT", help="pixel format that it offers")
+    standin.add_argument("--rate", metavar="FPS", help="frames a second (default: 30)")
+    standin.add_argument(
+        "--format", choices=FORMATS, metavar="FORMAT",
+        help=f"what it offers: {', '.join(FORMATS)} (default: {FORMATS[0]})",
+    )  # fmt: skip
     standin.add_argument("--video", type=Path, metavar="FILE", help="play this film")
     parser.add_argument("--build-dir", type=Path, default=Path("build/release"), help=argparse.SUPPRESS)
     arguments = parser.parse_args()
     if arguments.seconds < 1:
         parser.error("--seconds must be at least 1")
     if arguments.video is not None and not arguments.video.is_file():
-        parser.error(f"There is no film {arguments.video}")
+        parser.error(f"there is no film {arguments.video}")
+    if arguments.report is not None and not arguments.report.absolute().parent.is_dir():
+        parser.error(f"there is no folder for {arguments.report}")
     return arguments
 
 
@@ -198,8 +206,11 @@ def measure(session: Session, arguments: argparse.Namespace) -> bool:
 
 
 def keep_running(*services: Service) -> None:
-    while all(service.running() for service in services):
-        time.sleep(0.2)
+    try:
+        while all(service.running() for service in services):
+            time.sleep(0.2)
+    except KeyboardInterrupt:
+        print()
 
 
 def run_private(arguments: argparse.Namespace, binaries: Path, output: Path) -> bool:
@@ -256,7 +267,7 @@ def main() -> int:
     output = arguments.build_dir.resolve().parent / "run"
     for name in ("lumivora-control", "lumivora-standin", "lumivora-probe"):
         if not (binaries / name).exists():
-            print(f"There is no {binaries / name}: './dev build' makes it.", file=sys.stderr)
+            print(f"There is no {binaries / name}: './dev build release' makes it.", file=sys.stderr)
             return 1
 
     # Ended from outside is ended in order too, also where Ctrl-C was being ignored.

@@ -192,10 +192,13 @@ class Session:
 
     # Starting
 
-    def start[Kind: Service](
-        self, name: str, command: Sequence[str], kind: type[Kind] = Service, **options: object
-    ) -> Kind:
-        """Starts any program in the session; its log is NAME.log, appended to within a session."""
+    def start(
+        self, name: str, command: Sequence[str], kind: type = Service, **options: object
+    ) -> Service:
+        """Starts any program in the session; its log is NAME.log, appended to within a session.
+
+        kind is the class that stands for the process, Service or one made from it.
+        """
         log = self.logs / f"{name}.log"
         if not any(service.name == name for service in self._services):
             log.unlink(missing_ok=True)
