@@ -31,6 +31,7 @@ constexpr auto kLockWait = 100ms;
 constexpr auto kFirstShowDelay = 300ms;
 constexpr auto kFailedStartDelay = 1ms;
 constexpr auto kStartRetryDelay = 500ms;
+constexpr qint64 kFrameFreshMs = 2000;
 
 /** The framework's own output, whatever a library may have installed before. */
 void passOn(QtMsgType type, const QMessageLogContext &context, const QString &message)
@@ -160,6 +161,9 @@ void App::start()
         _vcam = _parts.createVCam(&_settings);
         connect(_vcam.get(), &VCam::onMessage, this, &App::onControllerMessage,
                 Qt::QueuedConnection);
+        connect(
+            _vcam.get(), &VCam::onNewFrameAvailable, this,
+            [this] { _lastFrameMs = _parts.clock(); }, Qt::DirectConnection);
     }
     if (_parts.areVirtualDevicesStarting()) {
         // Devices that this application has just started itself are not missing, only late.
@@ -265,7 +269,8 @@ void App::shutdown()
 
 bool App::isCameraRunning() const
 {
-    return _vcam && _vcam->isGrabberRunning();
+    // Not by asking the controller, which would wait for a camera that is being opened.
+    return _vcam && _parts.clock() - _lastFrameMs < kFrameFreshMs;
 }
 
 bool App::areClientsConnected() const

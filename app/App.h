@@ -4,6 +4,7 @@
 
 #include "app/core/ApplicationInterface.h"
 #include "app/core/BaseSettings.h"
+#include "app/core/Clock.h"
 
 #include <QApplication>
 #include <QHash>
@@ -11,6 +12,7 @@
 #include <QStringList>
 #include <QSystemTrayIcon>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -44,6 +46,7 @@ public:
         std::function<bool()> areVirtualDevicesStarting;
         /** Whether the platform asks for a dark look; its change is told by the style hints. */
         std::function<bool()> isPlatformDark;
+        lumivora::Clock clock = lumivora::systemClock();
 
         std::chrono::milliseconds startDelay{2500};  // construction to start()
         std::chrono::milliseconds updateDelay{1000}; // start() to the window's first showing
@@ -114,7 +117,8 @@ private:
     std::unique_ptr<VCam> _vcam;
     std::unique_ptr<QWidget> _mainWindow;
     QLockFile _lockFile;
-    QStringList _shownMessages; // controllers' messages on the screen now
+    QStringList _shownMessages;          // controllers' messages on the screen now
+    std::atomic<qint64> _lastFrameMs{0}; // when a frame last reached the virtual camera
     bool _locked = false;
     bool _quitting = false;
     bool _darkTheme = false;

@@ -60,6 +60,9 @@ protected:
         App::Parts parts = appPartsWith(fakes);
         parts.startDelay = startDelay;
         parts.updateDelay = 0ms;
+        parts.clock = [this] {
+            return nowMs;
+        };
         app = std::make_unique<App>(argc, argv.data(), std::move(parts));
         return *app;
     }
@@ -84,6 +87,7 @@ protected:
     QTemporaryDir folder;
     QByteArrayList previous; // an empty value counts as none
     TemporaryRuntime runtime;
+    qint64 nowMs = 1'000'000;
     FakeParts fakes;
     int argc = 1;
     std::string program = "lumivora-control";
@@ -423,6 +427,18 @@ TEST_F(AppTest, quit_askedForByTheWindow_mayDeleteTheWindow)
     EXPECT_NE(made.mainWindow(), nullptr);
     EXPECT_TRUE(pumpUntil([&made] { return made.isQuitting(); }));
     EXPECT_EQ(made.mainWindow(), nullptr);
+}
+
+TEST_F(AppTest, isCameraRunning_untilTwoSecondsAfterTheLastFrame)
+{
+    App &made = makeStarted();
+    EXPECT_FALSE(made.isCameraRunning());
+    Q_EMIT fakes.vcam->onNewFrameAvailable();
+    EXPECT_TRUE(made.isCameraRunning());
+    nowMs += 1999;
+    EXPECT_TRUE(made.isCameraRunning());
+    nowMs += 1;
+    EXPECT_FALSE(made.isCameraRunning());
 }
 
 } // namespace
