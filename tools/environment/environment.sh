@@ -4,14 +4,14 @@
 #
 # On Debian 13 and newer the host itself is the environment. Anywhere else it is a Debian 13 root in
 # the cache folder, entered through private namespaces: whatever is mounted or started inside is
-# gone when the command ends, also when it is killed.
+# gone when the command ends, also when it is killed. LUMIVORA_FORCE_ROOT=1 asks for the root anywhere.
 
 readonly kSuite=trixie
 readonly kSetUpSpaceGb=6
 readonly kMarker=.lumivora-complete
 readonly kHere=$project/tools/environment
 
-cache=${LUMIVORA_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/lumivora-control}
+cache=$(realpath -m "${LUMIVORA_CACHE:-${XDG_CACHE_HOME:-${HOME:-~}/.cache}/lumivora-control}")
 
 packages() { sed -e 's/#.*//' -e 's/[[:space:]]*$//' -e '/^$/d' "$kHere/packages.txt"; }
 
@@ -103,8 +103,9 @@ install_debootstrap() {
     ((EUID == 0)) && command -v apt-get >/dev/null ||
         fail "./dev needs debootstrap to make its build environment: install it with 'sudo apt-get install debootstrap', or run ./dev as root."
     local log=$cache/set-up.log
-    run_logged 'Looking for packages' "$log" exec_apt_get update &&
-        run_logged 'Installing debootstrap' "$log" exec_apt_get install debootstrap ||
+    # One source of many that fails need not matter.
+    run_logged 'Looking for packages' "$log" exec_apt_get update
+    run_logged 'Installing debootstrap' "$log" exec_apt_get install debootstrap ||
         explain_failure 'Installing debootstrap' "$log"
 }
 
@@ -125,11 +126,10 @@ remove_stale_roots() {
 
 set_up_root() {
     local log=$cache/set-up.log partial=$root.partial
-    check_namespaces
+    remove_stale_roots
     check_space "$cache" "$kSetUpSpaceGb"
     : >"$log"
     install_debootstrap
-    remove_stale_roots
     printf 'Setting up the build environment in %s (once; about two minutes)\n' "$root" >&2
     mkdir -p "$partial"
     run_logged 'Installing Debian 13' "$log" \
@@ -156,13 +156,15 @@ ensure_root() {
 }
 
 hold_root() {
-    [[ -e $root/$kMarker ]] && exec {in_use}<"$root/$kMarker" && flock -s "$in_use" && [[ -e $root/$kMarker ]]
+    [[ -e $root/$kMarker ]] && exec {in_use}<"$root/$kMarker" && flock -s "$in_use" &&
+        [[ -e $root/$kMarker ]] # it may have been removed meanwhile
 }
 
 # To the first process inside; the one that made the namespaces only waits for it.
 end_inside() { kill $(cat "/proc/$inside/task/$inside/children") 2>/dev/null; }
 
 enter_root() {
+    check_namespaces
     ensure_root
     exec_in_namespaces bash "$kHere/enter-root.sh" "$root" "$project" "$cache" "$@" <&0 &
     inside=$!
@@ -189,8 +191,8 @@ install_on_host() {
     mkdir -p "$cache"
     log=$cache/set-up.log
     : >"$log"
-    run_logged 'Looking for packages' "$log" exec_apt_get update &&
-        run_logged 'Installing packages' "$log" exec_apt_get install $missing ||
+    run_logged 'Looking for packages' "$log" exec_apt_get update
+    run_logged 'Installing packages' "$log" exec_apt_get install $missing ||
         explain_failure 'Installing packages' "$log"
 }
 
