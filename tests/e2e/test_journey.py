@@ -95,7 +95,7 @@ class Run(unittest.TestCase):
             ) as run:
 
                 def sessions() -> list[str]:
-                    return os.listdir(folder)
+                    return [name for name in os.listdir(folder) if name.startswith("lumivora-")]
 
                 wait_until(sessions, 30, "The run made no session")
                 (mark,) = sessions()

@@ -18,6 +18,8 @@ CLIENT_MESSAGE = 33
 NO_WINDOW = 0
 VIEWABLE = 2
 
+FOCUS_PATIENCE_S = 3.0
+
 
 class Display:
     """A connection to a display on this machine, given as in DISPLAY (":7")."""
@@ -71,10 +73,13 @@ class Display:
                 self._focus(window)
                 time.sleep(0.05)
             self._focus(NO_WINDOW)
-            time.sleep(0.05)
+            # An application takes a short time without the focus for a mere change of windows.
+            deadline = time.monotonic() + FOCUS_PATIENCE_S
+            while self.visible_windows() and time.monotonic() < deadline:
+                time.sleep(0.02)
             return not self.visible_windows()
 
-        wait_until(hidden, 10, "The window stayed without the focus")
+        wait_until(hidden, 15, "The window stayed without the focus")
 
     def _focus(self, window: int) -> None:
         self._send(struct.pack("<BBHII", SET_INPUT_FOCUS, 0, 3, window, 0))
