@@ -12,6 +12,7 @@
 #include <QLoggingCategory>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -22,6 +23,7 @@
 #include <vector>
 
 #include <gst/app/gstappsink.h>
+#include <gst/base/gstbasesrc.h>
 
 #include <unistd.h>
 
@@ -33,10 +35,13 @@ Q_LOGGING_CATEGORY(lcGraph, "lumivora.vcam.capture")
 
 using namespace std::chrono_literals;
 
-constexpr auto kStartPatience = 5s;
+// PipeWire 1.4's source now and then waits for a start that it has already had, and the session
+// manager may turn a client away that is faster than its look at a new camera: a second attempt
+// helps with both. A slow camera is given more time then.
+constexpr std::array kStartPatience = {1500ms, 4000ms};
 constexpr auto kListPatience = 2s;
 constexpr auto kStopPatience = 1s;
-constexpr auto kAbandonedPeriod = 50ms;
+constexpr auto kPollPeriod = 50ms;
 
 /** Calls a function on a thread of its own. GStreamer waits half a minute for a PipeWire that
  * hangs; nobody has to wait with it: the thread goes on alone when its result is not wanted any
@@ -107,6 +112,39 @@ GstPtr<GstElement> makeSource(GstDevice &device)
     return source;
 }
 
+/** How far a capture is. @thread thread-safe */
+class Progress
+{
+public:
+    enum class State { Starting, Running, Failed };
+
+    [[nodiscard]] State state() const { return _state; }
+
+    void set(State state) noexcept
+    {
+        {
+            const std::lock_guard guard(_lock);
+            if (_state == State::Failed) {
+                return; // what has failed does not come back
+            }
+            _state = state;
+        }
+        _changed.notify_all();
+    }
+
+    /** Waits for a change; for a moment, at most. */
+    void waitWhileStarting()
+    {
+        std::unique_lock guard(_lock);
+        _changed.wait_for(guard, kPollPeriod, [this] { return _state != State::Starting; });
+    }
+
+private:
+    std::mutex _lock;
+    std::condition_variable _changed;
+    std::atomic<State> _state{State::Starting}; // written under the lock, so that a wait sees it
+};
+
 /** The pipeline of one capture. */
 class GStreamerGraph final : public CaptureGraph
 {
@@ -120,33 +158,33 @@ public:
     GStreamerGraph &operator=(const GStreamerGraph &) = delete;
 
     [[nodiscard]] bool build(GstDevice &device, GstCaps &choice, bool jpeg);
-    [[nodiscard]] bool run(const std::function<bool()> &abandoned);
+    [[nodiscard]] bool run(std::chrono::milliseconds patience,
+                           const std::function<bool()> &abandoned);
 
     [[nodiscard]] bool isRunning() const override;
     [[nodiscard]] int bitsPerPixel() const override { return _bitsPerPixel; }
 
 private:
-    enum class State { Starting, Running, Failed };
-
     [[nodiscard]] bool add(GstPtr<GstElement> element);
     void listen();
-    void setState(State state) noexcept;
+    void endWaiting();
 
     static GstFlowReturn takeSample(GstAppSink *sink, gpointer self) noexcept;
     static GstPadProbeReturn takeEvent(GstPad *pad, GstPadProbeInfo *info, gpointer self) noexcept;
-    static GstBusSyncReply takeMessage(GstBus *bus, GstMessage *message, gpointer self) noexcept;
+    static GstBusSyncReply takeMessage(GstBus *bus, GstMessage *message,
+                                       gpointer progress) noexcept;
 
     BasicSampleGrabberCB &_samples;
     const int _bitsPerPixel;
     SampleReader _reader;
 
-    std::mutex _stateLock;
-    std::condition_variable _stateChanged;
-    std::atomic<State> _state{State::Starting}; // written under the lock, so that a wait sees it
+    // Shared with the bus: some messages come from threads that nobody waits for.
+    std::shared_ptr<Progress> _progress = std::make_shared<Progress>();
 
     GstPtr<GstElement> _pipeline;
-    bool _opened = false;        // the device is, and what the pipeline calls is this object
-    GstElement *_sink = nullptr; // the pipeline's, as the next
+    bool _opened = false;          // the device is, and what the pipeline calls is this object
+    GstElement *_source = nullptr; // the pipeline's, as the next two
+    GstElement *_sink = nullptr;
     GstElement *_last = nullptr; // the next one follows it
     GstPtr<GstPad> _sourcePad;
 };
@@ -157,10 +195,12 @@ GStreamerGraph::~GStreamerGraph()
         return;
     }
     if (_opened) {
-        // Ends the streaming thread, so that nothing calls us any more.
-        gst_element_set_state(_pipeline.get(), GST_STATE_READY);
-        const GstPtr<GstBus> bus(gst_element_get_bus(_pipeline.get()));
-        gst_bus_set_sync_handler(bus.get(), nullptr, nullptr, nullptr);
+        // Ends the streaming thread, so that nothing calls us any more. Stopped at once after it
+        // was started, that thread may begin to wait for a picture too late to be woken up.
+        auto stopping = changeState(_pipeline.get(), GST_STATE_READY);
+        while (stopping.wait_for(kPollPeriod) != std::future_status::ready) {
+            endWaiting();
+        }
     }
     changeState(_pipeline.get(), GST_STATE_NULL).wait_for(kStopPatience);
 }
@@ -180,10 +220,9 @@ bool GStreamerGraph::add(GstPtr<GstElement> element)
 bool GStreamerGraph::build(GstDevice &device, GstCaps &choice, bool jpeg)
 {
     _pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
-    // The clock that a PipeWire source offers stands still while no frame comes; the source would
-    // wait for it with the frames after a pause.
-    const GstPtr<GstClock> clock(gst_system_clock_obtain());
-    gst_pipeline_use_clock(GST_PIPELINE(_pipeline.get()), clock.get());
+    // No sample waits for its time. The clock that a PipeWire source offers stands still while no
+    // frame comes, too, and the source would wait for it with the frames after a pause.
+    gst_pipeline_use_clock(GST_PIPELINE(_pipeline.get()), nullptr);
     GstPtr<GstElement> filter = makeElement("capsfilter");
     GstPtr<GstElement> sink = makeElement("appsink");
     if (!filter || !sink) {
@@ -192,15 +231,15 @@ bool GStreamerGraph::build(GstDevice &device, GstCaps &choice, bool jpeg)
     g_object_set(filter.get(), "caps", &choice, nullptr);
 
     const GstPtr<GstCaps> raw(gst_caps_new_empty_simple("video/x-raw"));
-    // A live picture: each sample is taken as it comes, without waiting for its time, and a sample
-    // that cannot be taken gives way to the next.
+    // A live picture: a sample that cannot be taken gives way to the next.
     g_object_set(sink.get(), "caps", raw.get(), "sync", FALSE, "max-buffers", 1U, "drop", TRUE,
                  "enable-last-sample", FALSE, nullptr);
 
     if (!add(makeSource(device))) {
         return false;
     }
-    _sourcePad.reset(gst_element_get_static_pad(_last, "src"));
+    _source = _last;
+    _sourcePad.reset(gst_element_get_static_pad(_source, "src"));
     if (!_sourcePad || !add(std::move(filter))) {
         return false;
     }
@@ -214,7 +253,9 @@ bool GStreamerGraph::build(GstDevice &device, GstCaps &choice, bool jpeg)
 void GStreamerGraph::listen()
 {
     const GstPtr<GstBus> bus(gst_element_get_bus(_pipeline.get()));
-    gst_bus_set_sync_handler(bus.get(), &GStreamerGraph::takeMessage, this, nullptr);
+    gst_bus_set_sync_handler(
+        bus.get(), &GStreamerGraph::takeMessage, new std::shared_ptr<Progress>(_progress),
+        [](gpointer progress) { delete static_cast<std::shared_ptr<Progress> *>(progress); });
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = &GStreamerGraph::takeSample;
     gst_app_sink_set_callbacks(GST_APP_SINK(_sink), &callbacks, this, nullptr);
@@ -223,15 +264,15 @@ void GStreamerGraph::listen()
                       this, nullptr);
 }
 
-bool GStreamerGraph::run(const std::function<bool()> &abandoned)
+bool GStreamerGraph::run(std::chrono::milliseconds patience, const std::function<bool()> &abandoned)
 {
-    const QDeadlineTimer deadline(kStartPatience);
+    const QDeadlineTimer deadline(patience);
     const auto givesUp = [&] {
         return abandoned() || deadline.hasExpired();
     };
 
     auto opening = changeState(_pipeline.get(), GST_STATE_READY);
-    while (opening.wait_for(kAbandonedPeriod) != std::future_status::ready) {
+    while (opening.wait_for(kPollPeriod) != std::future_status::ready) {
         if (givesUp()) {
             return false;
         }
@@ -243,40 +284,40 @@ bool GStreamerGraph::run(const std::function<bool()> &abandoned)
     listen();
 
     // A PipeWire source changes its state only once the camera streams.
-    auto playing = changeState(_pipeline.get(), GST_STATE_PLAYING);
-    while (playing.wait_for(kAbandonedPeriod) != std::future_status::ready) {
+    auto pausing = changeState(_pipeline.get(), GST_STATE_PAUSED);
+    while (pausing.wait_for(kPollPeriod) != std::future_status::ready) {
         if (givesUp()) {
-            gst_pad_send_event(_sourcePad.get(), gst_event_new_flush_start()); // ends its waiting
+            endWaiting();
         }
     }
-    if (playing.get() == GST_STATE_CHANGE_FAILURE) {
+    if (pausing.get() == GST_STATE_CHANGE_FAILURE || givesUp() ||
+        gst_element_set_state(_pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
         return false;
     }
     // Other sources agree to the format, or refuse it, on the streaming thread. The first picture
     // may take longer, and its absence is no failure.
-    std::unique_lock guard(_stateLock);
-    while (_state == State::Starting && !givesUp()) {
-        _stateChanged.wait_for(guard, kAbandonedPeriod);
+    while (_progress->state() == Progress::State::Starting && !givesUp()) {
+        _progress->waitWhileStarting();
     }
-    return _state == State::Running;
+    return _progress->state() == Progress::State::Running;
+}
+
+void GStreamerGraph::endWaiting()
+{
+    if (!GST_IS_BASE_SRC(_source)) {
+        return;
+    }
+    auto *source = GST_BASE_SRC(_source);
+    if (const auto unlock = GST_BASE_SRC_GET_CLASS(source)->unlock; unlock != nullptr) {
+        unlock(source);
+    }
 }
 
 bool GStreamerGraph::isRunning() const
 {
     // A PipeWire source whose server goes stops its task without a word.
-    return _state == State::Running && gst_pad_get_task_state(_sourcePad.get()) == GST_TASK_STARTED;
-}
-
-void GStreamerGraph::setState(State state) noexcept
-{
-    {
-        const std::lock_guard guard(_stateLock);
-        if (_state == State::Failed) {
-            return; // a failed graph does not come back
-        }
-        _state = state;
-    }
-    _stateChanged.notify_all();
+    return _progress->state() == Progress::State::Running &&
+           gst_pad_get_task_state(_sourcePad.get()) == GST_TASK_STARTED;
 }
 
 GstFlowReturn GStreamerGraph::takeSample(GstAppSink *sink, gpointer self) noexcept
@@ -297,22 +338,18 @@ GstPadProbeReturn GStreamerGraph::takeEvent(GstPad * /*pad*/, GstPadProbeInfo *i
 {
     auto &graph = *static_cast<GStreamerGraph *>(self);
     if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_CAPS) {
-        graph.setState(State::Running);
+        graph._progress->set(Progress::State::Running);
     }
     return GST_PAD_PROBE_OK;
 }
 
 GstBusSyncReply GStreamerGraph::takeMessage(GstBus * /*bus*/, GstMessage *message,
-                                            gpointer self) noexcept
+                                            gpointer progress) noexcept
 {
-    auto &graph = *static_cast<GStreamerGraph *>(self);
-    switch (GST_MESSAGE_TYPE(message)) {
-    case GST_MESSAGE_ERROR:
-    case GST_MESSAGE_EOS: // the device has gone
-        graph.setState(State::Failed);
-        break;
-    default:
-        break;
+    // The end of the stream means that the device has gone.
+    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR ||
+        GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
+        (*static_cast<std::shared_ptr<Progress> *>(progress))->set(Progress::State::Failed);
     }
     gst_message_unref(message);
     return GST_BUS_DROP; // nobody reads the bus
@@ -385,11 +422,16 @@ std::unique_ptr<CaptureGraph> openCaptureGraph(const CameraDevice &camera, const
             gst_caps_append(choice.get(), gst_caps_copy(other.caps.get()));
         }
     }
-    auto graph = std::make_unique<GStreamerGraph>(samples, format.bitsPerPixel);
-    if (!graph->build(*device, *choice, format.jpeg) || !graph->run(abandoned)) {
-        return nullptr;
+    for (const auto patience : kStartPatience) {
+        auto graph = std::make_unique<GStreamerGraph>(samples, format.bitsPerPixel);
+        if (graph->build(*device, *choice, format.jpeg) && graph->run(patience, abandoned)) {
+            return graph;
+        }
+        if (abandoned()) {
+            break;
+        }
     }
-    return graph;
+    return nullptr;
 }
 
 } // namespace lumivora

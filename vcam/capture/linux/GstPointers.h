@@ -15,7 +15,6 @@ struct GstDeleter
     void operator()(GstDevice *object) const { gst_object_unref(object); }
     void operator()(GstDeviceMonitor *object) const { gst_object_unref(object); }
     void operator()(GstBus *object) const { gst_object_unref(object); }
-    void operator()(GstClock *object) const { gst_object_unref(object); }
     void operator()(GstPad *object) const { gst_object_unref(object); }
     void operator()(GstCaps *caps) const { gst_caps_unref(caps); }
     void operator()(GstSample *sample) const { gst_sample_unref(sample); }
