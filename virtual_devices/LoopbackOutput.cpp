@@ -31,11 +31,11 @@ constexpr std::array<std::uint32_t, 2> kClientUsageEvents = {
     V4L2_EVENT_PRIVATE_START,
 };
 
-template <std::size_t size>
-bool holds(const unsigned char (&field)[size], std::string_view text)
+template <std::size_t Size>
+bool holds(const unsigned char (&field)[Size], std::string_view text)
 {
     const auto *begin = reinterpret_cast<const char *>(field);
-    return std::string_view(begin, strnlen(begin, size)) == text;
+    return std::string_view(begin, strnlen(begin, Size)) == text;
 }
 
 } // namespace
@@ -145,7 +145,7 @@ void LoopbackOutput::show(std::span<const std::byte> bgra)
     convertPicture(reinterpret_cast<const std::uint8_t *>(bgra.data()), kCameraStride, kFormat,
                    _picture.data());
     if (_system.write(_device, _picture) < 0 && errno != EAGAIN) {
-        qCWarning(lcLoopback) << "lost" << _path.c_str() << ":" << std::strerror(errno);
+        qCWarning(lcLoopback) << "lost" << _path.c_str() << ":" << qt_error_string(errno);
         close();
     }
 }

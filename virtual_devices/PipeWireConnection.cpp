@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -81,7 +80,7 @@ struct PipeWireConnection::Objects
         }
         if (!std::exchange(objects->complained, true)) {
             qCWarning(lcPipeWire) << objects->name.c_str()
-                                  << "cannot reach PipeWire, trying on:" << std::strerror(errno);
+                                  << "cannot reach PipeWire, trying on:" << qt_error_string(errno);
         }
         objects->disconnect();
         objects->reconnectLater();

@@ -205,7 +205,7 @@ private:
     void reconnectLater();
 
     pw_buffer *dequeue();
-    void send(pw_buffer *buffer, std::size_t bytes);
+    void send(pw_buffer *buffer, std::size_t bytes, int stride);
     void releaseStuckBuffers();
     void updatePeers();
     void updateClients();
@@ -312,10 +312,10 @@ bool VideoSourceNode::Session::connect(pw_core *core)
                              static_cast<std::uint32_t>(memory[i].size()));
         formats.push_back(formatPod(&builder, _config.formats[i], _config.framesPerSecond));
     }
-    constexpr auto flags =
+    constexpr auto kFlags =
         static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_MAP_BUFFERS);
     const int result =
-        pw_stream_connect(_stream, PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, formats.data(),
+        pw_stream_connect(_stream, PW_DIRECTION_OUTPUT, PW_ID_ANY, kFlags, formats.data(),
                           static_cast<std::uint32_t>(formats.size()));
     errno = -result;
     return result >= 0;
@@ -417,16 +417,17 @@ VideoSourceNode::Offer VideoSourceNode::Session::offer(const Fill &fill)
         return Offer::Dropped;
     }
     _dropsInARow = 0;
+    const PictureLayout layout = PictureLayout::of(*_format);
     const spa_data &memory = buffer->buffer->datas[0];
     const std::size_t bytes =
-        memory.data == nullptr || memory.maxsize < PictureLayout::of(*_format).bytes
+        memory.data == nullptr || memory.maxsize < layout.bytes
             ? 0
             : fill(*_format, {static_cast<std::uint8_t *>(memory.data), memory.maxsize});
     if (bytes == 0) {
         pw_stream_return_buffer(_stream, buffer);
         return Offer::Dropped;
     }
-    send(buffer, bytes);
+    send(buffer, bytes, layout.stride[0]);
     return Offer::Sent;
 }
 
@@ -448,12 +449,12 @@ pw_buffer *VideoSourceNode::Session::dequeue()
     return nullptr;
 }
 
-void VideoSourceNode::Session::send(pw_buffer *buffer, std::size_t bytes)
+void VideoSourceNode::Session::send(pw_buffer *buffer, std::size_t bytes, int stride)
 {
     spa_chunk *chunk = buffer->buffer->datas[0].chunk;
     chunk->offset = 0;
     chunk->size = static_cast<std::uint32_t>(bytes);
-    chunk->stride = PictureLayout::of(*_format).stride[0];
+    chunk->stride = stride;
     chunk->flags = 0;
     auto *header = static_cast<spa_meta_header *>(
         spa_buffer_find_meta_data(buffer->buffer, SPA_META_Header, sizeof(spa_meta_header)));

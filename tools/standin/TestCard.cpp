@@ -22,7 +22,7 @@ cv::Scalar rgb(int red, int green, int blue)
 }
 
 /** From one colour at the top to another at the bottom. */
-void fillGradient(cv::Mat picture, const cv::Scalar &top, const cv::Scalar &bottom)
+void fillGradient(const cv::Mat &picture, const cv::Scalar &top, const cv::Scalar &bottom)
 {
     for (int y = 0; y < picture.rows; ++y) {
         const double part = static_cast<double>(y) / picture.rows;
@@ -125,8 +125,7 @@ TestCard::TestCard(int width, int height) : _background(height, width, CV_8UC4)
 {
     fillGradient(_background, rgb(226, 232, 234), rgb(164, 178, 186));
     const cv::Rect window(width * 13 / 20, height / 7, width * 6 / 20, height * 2 / 5);
-    cv::Mat sky = _background(window);
-    fillGradient(sky, rgb(126, 178, 220), rgb(232, 224, 204));
+    fillGradient(_background(window), rgb(126, 178, 220), rgb(232, 224, 204));
     cv::rectangle(_background, window, rgb(250, 250, 248), std::max(2, height / 60));
     drawColourBars(_background);
     drawPerson(_background);

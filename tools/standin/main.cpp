@@ -67,13 +67,14 @@ std::optional<PixelFormat> pixelFormatFrom(const QString &name)
     return std::nullopt;
 }
 
-[[noreturn]] void refuse(const char *option, const QString &value)
+std::nullopt_t refuse(const char *option, const QString &value)
 {
     std::fprintf(stderr, "lumivora-standin: --%s cannot be %s\n", option, qPrintable(value));
-    std::exit(2);
+    return std::nullopt;
 }
 
-Options parseOptions(const QCoreApplication &application)
+/** @return none, after a word on the standard error stream, when an option makes no sense */
+std::optional<Options> parseOptions(const QCoreApplication &application)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(
@@ -115,21 +116,21 @@ Options parseOptions(const QCoreApplication &application)
     const QString rate = parser.value(QStringLiteral("rate"));
     options.camera.framesPerSecond = rate.toInt(&valid);
     if (!valid || options.camera.framesPerSecond < 1 || options.camera.framesPerSecond > 1000) {
-        refuse("rate", rate);
+        return refuse("rate", rate);
     }
     const QString size = parser.value(QStringLiteral("size"));
     const int width = size.section(u'x', 0, 0).toInt();
     const int height = size.section(u'x', 1).toInt();
     if (std::min(width, height) < kMinWidth || std::max(width, height) > kMaxSide ||
         width % 2 != 0 || height % 2 != 0) {
-        refuse("size", size);
+        return refuse("size", size);
     }
     QStringList names = {parser.value(QStringLiteral("format"))};
     names += parser.value(QStringLiteral("extra-formats")).split(u',', Qt::SkipEmptyParts);
     for (const QString &name : names) {
         const auto pixels = pixelFormatFrom(name);
         if (!pixels) {
-            refuse("format", name);
+            return refuse("format", name);
         }
         options.camera.formats.push_back({*pixels, width, height});
     }
@@ -137,7 +138,7 @@ Options parseOptions(const QCoreApplication &application)
         const QString seconds = parser.value(QStringLiteral("seconds"));
         options.seconds = seconds.toDouble(&valid);
         if (!valid || *options.seconds < 0) {
-            refuse("seconds", seconds);
+            return refuse("seconds", seconds);
         }
     }
     return options;
@@ -372,7 +373,11 @@ int main(int argc, char **argv)
     }
     std::signal(SIGPIPE, SIG_IGN); // whoever started us may be gone already
 
-    StandIn standIn(parseOptions(application));
+    auto options = parseOptions(application);
+    if (!options) {
+        return 2;
+    }
+    StandIn standIn(*std::move(options));
     if (!standIn.start()) {
         return 1;
     }
