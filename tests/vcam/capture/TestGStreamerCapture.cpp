@@ -193,6 +193,32 @@ TEST_F(GStreamerCapture, listDevices_withoutServer_empty)
     EXPECT_FALSE(start());
 }
 
+TEST_F(GStreamerCapture, listDevices_whileCapturing_sameAnswerEveryTime)
+{
+    const Camera camera("Camera");
+    ASSERT_TRUE(start());
+    CameraGrabber other;
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_THAT(deviceNames(), ElementsAre(QStringLiteral("Camera")));
+        QList<CameraDevice> devices;
+        other.listDevices(devices);
+        EXPECT_EQ(devices.size(), 1);
+    }
+    expectQuarters(nextImage(), kQuarters, true);
+}
+
+TEST_F(GStreamerCapture, capture_cameraThatHasAClientAlready_bothGetPictures)
+{
+    const Camera camera("Camera", {{PixelFormat::Nv12, kSize.width(), kSize.height()},
+                                   {PixelFormat::Yuy2, kSize.width(), kSize.height()}});
+    CameraGrabber first;
+    ASSERT_TRUE(first.startCamera(320, -240, 0, {}, {}));
+    ASSERT_TRUE(start());
+    expectQuarters(nextImage(), kQuarters, true);
+    first.stopCamera();
+    expectQuarters(nextImage(), kQuarters, true);
+}
+
 TEST_P(CapturedFormats, capture_fourQuarters_rightColoursAndDepth)
 {
     const Camera camera("Camera", {{GetParam(), kSize.width(), kSize.height()}});
