@@ -5,10 +5,12 @@ A private session has D-Bus, PipeWire, WirePlumber and a display of its own and 
 the user's. Used by run.py, the benchmarks and the end-to-end tests.
 """
 
+import fcntl
 import json
 import os
 import re
 import select
+import shutil
 import signal
 import socket
 import subprocess
@@ -51,6 +53,10 @@ FOREIGN_PREFIXES = ("DBUS_", "PIPEWIRE_", "PULSE_", "WAYLAND_", "XDG_", "GST_", 
 FOREIGN_NAMES = ("DISPLAY", "XAUTHORITY", "SESSION_MANAGER", "DESKTOP_SESSION")
 
 END_GRACE_S = 5.0
+
+FOLDER_PREFIX = "lumivora-"
+LOCK = "session.lock"
+STALE_AFTER_S = 60  # a younger folder may be about to be locked
 
 
 class SessionError(Exception):
@@ -141,6 +147,19 @@ def wait_until(condition: Callable[[], object], timeout: float, what: str) -> No
         time.sleep(0.02)
 
 
+def remove_stale_folders() -> None:
+    """Removes what sessions left that were killed together with their guard."""
+    for lock in Path(tempfile.gettempdir()).glob(f"{FOLDER_PREFIX}*/{LOCK}"):
+        try:
+            if time.time() - lock.stat().st_mtime < STALE_AFTER_S:
+                continue
+            with lock.open("r+") as file:
+                fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+                shutil.rmtree(lock.parent, ignore_errors=True)
+        except OSError:
+            continue  # in use, or someone else's
+
+
 class Session:
     """Runs programs in the session that this process is in; everything ends with the block."""
 
@@ -151,8 +170,11 @@ class Session:
         self._services: list[Service] = []
 
         # Short, because the paths of sockets have a limit of 107 bytes.
-        self.folder = Path(tempfile.mkdtemp(prefix="lumivora-"))
+        remove_stale_folders()
+        self.folder = Path(tempfile.mkdtemp(prefix=FOLDER_PREFIX))
         self.mark = self.folder.name
+        self._lock = (self.folder / LOCK).open("w")
+        fcntl.flock(self._lock, fcntl.LOCK_EX)
         guard_end, self._alive = os.pipe()
         self._guard = subprocess.Popen(
             [sys.executable, guard.__file__, self.mark, str(self.folder)],
@@ -185,6 +207,7 @@ class Session:
             os.close(self._alive)  # the guard ends what detached itself, and the folder
             self._alive = -1
             self._guard.wait()
+            self._lock.close()
 
     def services(self, name: str) -> list[Service]:
         """The processes of that name that were started here and still run."""
