@@ -18,7 +18,7 @@ QString entryPath()
            QStringLiteral("/autostart/LumivoraControl.desktop");
 }
 
-/** One argument of an Exec line, by the Desktop Entry Specification: quoted, with the four
+/** One argument of an Exec line, by the desktop entry rules of freedesktop.org: quoted, the four
  *  reserved characters escaped; a backslash once more, as in every string value; "%" doubled, as
  *  it starts a field code. */
 QString quotedArgument(const QString &argument)
