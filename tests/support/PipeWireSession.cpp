@@ -127,7 +127,8 @@ void PipeWireSession::resumeServer()
 QStringList PipeWireSession::nodeNames()
 {
     QMap<int, QString> bySerial;
-    for (const QJsonValue &object : objects()) {
+    const QJsonArray all = objects();
+    for (const QJsonValue object : all) {
         if (object[u"type"].toString() == u"PipeWire:Interface:Node") {
             const QJsonValue properties = object[u"info"][u"props"];
             bySerial.insert(properties[u"object.serial"].toInt(),

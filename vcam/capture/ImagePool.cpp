@@ -84,7 +84,7 @@ QImage ImagePool::take(const QSize &size, QImage::Format format)
         },
         loan.get());
     if (!image.isNull()) {
-        loan.release(); // the image's from now on
+        [[maybe_unused]] const Loan *lent = loan.release(); // to the image's clean-up
     }
     return image;
 }

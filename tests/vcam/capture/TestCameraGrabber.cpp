@@ -73,7 +73,7 @@ protected:
 };
 
 constexpr QSize kSize(64, 48);
-const SampleOutline kOutline{kSize, 32, 64 * 48 * 4};
+const SampleOutline kOutline{kSize, 32, qsizetype{64} * 48 * 4};
 
 } // namespace
 

@@ -73,8 +73,8 @@ TEST(FormatScore, score_anyFormat_productOfDifferences)
              Case{{1280, 720}, 0},
              Case{{1280, 960}, 0}, // right in one direction is as good as right in both
              Case{{960, 720}, 0},
-             Case{{1920, 1080}, 640 * 360},
-             Case{{640, 480}, 640 * 240},
+             Case{{1920, 1080}, qint64{640} * 360},
+             Case{{640, 480}, qint64{640} * 240},
              Case{{1279, 721}, 1},
              Case{{1281, 719}, 1},
          }) {

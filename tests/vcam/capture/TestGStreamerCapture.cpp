@@ -402,9 +402,9 @@ TEST_F(GStreamerCapture, stopCamera_whileStarting_startGivesUp)
 TEST_F(GStreamerCapture, startStop_fromSeveralThreads_endsStopped)
 {
     const Camera camera("Camera");
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([this] {
+    std::array<std::thread, 3> threads;
+    for (std::thread &thread : threads) {
+        thread = std::thread([this] {
             for (int round = 0; round < 5; ++round) {
                 static_cast<void>(start());
                 QImage image;
@@ -461,6 +461,6 @@ TEST_F(GStreamerCapture, startStop_twoHundredTimes_leaksNothing)
     const Holdings after;
     EXPECT_LE(after.mappings, before.mappings + 20);
     // A leak of even one small frame in ten cycles would be six times this.
-    EXPECT_LE(after.heapBytes, before.heapBytes + 1024 * 1024);
+    EXPECT_LE(after.heapBytes, before.heapBytes + (std::size_t{1} << 20));
     endHelper(camera);
 }

@@ -102,15 +102,15 @@ TEST(ImagePool, destroy_imageStillHeld_imageStaysValid)
 TEST(ImagePool, letGo_onAnotherThread_memoryUsedAgain)
 {
     ImagePool pool;
-    for (int round = 0; round < 200; ++round) {
+    for (QRgb round = 0; round < 200; ++round) {
         QImage image = pool.take(kSize, QImage::Format_RGB32);
         image.fill(round);
         std::thread reader([held = std::move(image), round]() mutable {
-            EXPECT_EQ(held.pixel(5, 5), static_cast<QRgb>(round) | 0xFF000000U);
+            EXPECT_EQ(held.pixel(5, 5), round | 0xFF000000U);
             held = QImage();
         });
         QImage meanwhile = pool.take(kSize, QImage::Format_RGB32);
-        meanwhile.fill(-1);
+        meanwhile.fill(0xFFFFFFFFU);
         reader.join();
     }
 }

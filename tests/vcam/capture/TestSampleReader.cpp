@@ -160,16 +160,17 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(SampleReader, write_strideAndOffsetOfTheBuffer_followed)
 {
     const GstVideoInfo info = infoOf(GST_VIDEO_FORMAT_BGRx);
-    constexpr int kOffset = 10;
-    constexpr int kStride = kWidth * 4 + 6;
+    constexpr std::size_t kOffset = 10;
+    constexpr std::size_t kRow = std::size_t{kWidth} * 4;
+    constexpr std::size_t kStride = kRow + 6;
     GstBuffer *plain = bufferOf(info);
     GstBuffer *padded = gst_buffer_new_allocate(nullptr, kOffset + kStride * kHeight, nullptr);
     GstMapInfo from;
     GstMapInfo to;
     gst_buffer_map(plain, &from, GST_MAP_READ);
     gst_buffer_map(padded, &to, GST_MAP_WRITE);
-    for (int y = 0; y < kHeight; ++y) {
-        std::memcpy(to.data + kOffset + y * kStride, from.data + y * kWidth * 4, kWidth * 4);
+    for (std::size_t y = 0; y < kHeight; ++y) {
+        std::memcpy(to.data + kOffset + y * kStride, from.data + y * kRow, kRow);
     }
     gst_buffer_unmap(plain, &from);
     gst_buffer_unmap(padded, &to);
@@ -192,7 +193,7 @@ TEST(SampleReader, write_absurdStrides_refused)
     const GstVideoInfo info = infoOf(GST_VIDEO_FORMAT_NV12);
     for (const int stride : {0, -kWidth, kWidth - 1, kWidth * 4, 1 << 30}) {
         GstBuffer *buffer = bufferOf(info);
-        gsize offsets[GST_VIDEO_MAX_PLANES] = {0, kWidth * kHeight};
+        gsize offsets[GST_VIDEO_MAX_PLANES] = {0, info.offset[1]};
         gint strides[GST_VIDEO_MAX_PLANES] = {stride, stride};
         gst_buffer_add_video_meta_full(buffer, GST_VIDEO_FRAME_FLAG_NONE, GST_VIDEO_FORMAT_NV12,
                                        kWidth, kHeight, 2, offsets, strides);

@@ -15,7 +15,7 @@ std::vector<uchar> picture(int width, int height, int pixelBytes, qsizetype stri
     std::vector<uchar> bytes(static_cast<std::size_t>(stride * height), 0xEE);
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
-            uchar *pixel = bytes.data() + stride * y + x * pixelBytes;
+            uchar *pixel = bytes.data() + stride * y + qsizetype{x} * pixelBytes;
             pixel[0] = static_cast<uchar>(x);
             pixel[1] = static_cast<uchar>(y);
             pixel[2] = static_cast<uchar>(100 + x);
