@@ -32,7 +32,7 @@ QImage uploadable(const QImage &frame)
     if (frame.depth() != 8 * kBytesPerPixel) {
         return frame.convertToFormat(QImage::Format_ARGB32);
     }
-    return frame.bytesPerLine() == frame.width() * kBytesPerPixel ? frame : frame.copy();
+    return frame.bytesPerLine() == qsizetype{frame.width()} * kBytesPerPixel ? frame : frame.copy();
 }
 
 } // namespace

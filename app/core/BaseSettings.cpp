@@ -138,7 +138,7 @@ qint64 stampAfter(qint64 previous)
 }
 
 /** Makes sure that the base class opens an intact store; gives the organisation on. */
-const QString &withIntactStore(const QString &organisation, const QString &application)
+QString withIntactStore(const QString &organisation, const QString &application)
 {
     lumivora::repairSettingsStore(organisation, application);
     return organisation;

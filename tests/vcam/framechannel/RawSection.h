@@ -49,7 +49,7 @@ public:
 private:
     RawSection() = default;
 
-    void *_handle = nullptr; // Windows only
+    [[maybe_unused]] void *_handle = nullptr; // Windows only
     std::span<std::byte> _bytes;
 };
 
