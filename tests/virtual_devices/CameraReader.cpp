@@ -68,9 +68,11 @@ struct CameraReader::Pipeline
 CameraReader::CameraReader(const QString &nodeName, const QString &caps)
 {
     gst_init(nullptr, nullptr);
+    // Without copies, the source gives out memory that it unmaps when its stream is set up anew.
     const QString description =
-        QStringLiteral("pipewiresrc name=source target-object=%1 ! %2 ! appsink name=sink "
-                       "sync=false max-buffers=1 drop=true")
+        QStringLiteral(
+            "pipewiresrc name=source always-copy=true target-object=%1 ! %2 ! appsink name=sink "
+            "sync=false max-buffers=1 drop=true")
             .arg(nodeName, caps);
     // PipeWire 1.4's source waits for ever when its stream starts before it began to wait, which
     // happens now and then on a busy machine.

@@ -11,8 +11,11 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/prctl.h>
+
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <optional>
 
@@ -37,6 +40,7 @@ protected:
     void start(const QStringList &arguments)
     {
         standIn.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        standIn.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGTERM); });
         standIn.start(QCoreApplication::applicationDirPath() + QStringLiteral("/lumivora-standin"),
                       arguments);
         ASSERT_TRUE(standIn.waitForStarted());

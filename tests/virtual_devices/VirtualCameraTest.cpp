@@ -36,7 +36,7 @@ using test::waitUntil;
 
 const QString kCamera = QStringLiteral("lumivora-control-camera");
 const QString kBgrx = QStringLiteral("video/x-raw,format=BGRx");
-constexpr std::size_t kFrameBytes = 1280U * 720 * 4;
+constexpr std::size_t kFrameBytes = std::size_t{1280} * 720 * 4;
 constexpr std::uint64_t kFrameDuration100ns = 330000;
 
 /** Bytes that no other seed has, different in every row. */
@@ -322,7 +322,7 @@ TEST_F(VirtualCameraTest, client_producerOfAnotherSize_getsThePlaceholder)
 {
     const auto channel = FrameChannel::create(640, 480, kFrameDuration100ns);
     ASSERT_TRUE(channel);
-    const std::vector<char> white(640U * 480 * 4, '\xFF');
+    const std::vector<char> white(std::size_t{640} * 480 * 4, '\xFF');
     channel->writeFrame(white.data(), white.size(), 0);
     CameraReader client(kCamera, kBgrx);
     for (int i = 0; i < 5; ++i) {
