@@ -54,7 +54,7 @@ trap 'kill "$child" 2>/dev/null' TERM
 env -i --default-signal=INT,QUIT "${keep[@]}" \
     HOME="$cache/home" LANG=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin \
     LUMIVORA_ENVIRONMENT="${root##*-}" LUMIVORA_CACHE="$cache" \
-    CCACHE_DIR="$cache/ccache" CCACHE_MAXSIZE=4G \
+    CCACHE_DIR="$cache/ccache" CCACHE_MAXSIZE=4G CCACHE_BASEDIR="$project" CCACHE_NOHASHDIR=1 \
     chroot "$root" bash -c 'cd "$1" && shift && exec ./dev "$@"' bash "$project" "$@" <&0 &
 child=$!
 while :; do

@@ -42,23 +42,28 @@ def project_files(build: Path) -> dict[Path, list[Path]]:
     return sources
 
 
-def rules() -> bytes:
+def environment() -> bytes:
     version = subprocess.run(["clang-tidy", "--version"], check=True, capture_output=True).stdout
-    texts = [path.read_bytes() for path in sorted(PROJECT.rglob(".clang-tidy"))]
-    return version + os.environ.get("LUMIVORA_ENVIRONMENT", "").encode() + b"".join(texts)
+    return version + os.environ.get("LUMIVORA_ENVIRONMENT", "").encode()
+
+
+def rules(source: Path) -> list[Path]:
+    """The rule files that hold for a source."""
+    folders = [folder for folder in source.parents if folder.is_relative_to(PROJECT)]
+    return [path for folder in folders if (path := folder / ".clang-tidy").exists()]
 
 
 def main() -> int:
     build, stamps = (Path(argument).resolve() for argument in sys.argv[1:3])
     wanted = [Path(argument).resolve() for argument in sys.argv[3:]]
     stamps.mkdir(parents=True, exist_ok=True)
-    common = rules()
+    common = environment()
 
     pending: dict[Path, Path] = {}
     for source, inputs in sorted(project_files(build).items()):
         digest = hashlib.sha256(common)
-        for path in sorted({source, *inputs}):
-            digest.update(str(path).encode() + path.read_bytes())
+        for path in [*rules(source), source, *sorted(inputs)]:
+            digest.update(str(path.relative_to(PROJECT)).encode() + path.read_bytes())
         stamp = stamps / digest.hexdigest()[:32]
         if stamp.exists():
             stamp.touch()
