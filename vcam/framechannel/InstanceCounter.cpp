@@ -18,7 +18,7 @@ constexpr auto kMutexName = "GlobalLumivoraInstanceCounterMux";
 
 void report(const char *what, std::uint32_t errorCode)
 {
-    std::cerr << what << errorCode << std::endl;
+    std::cerr << what << errorCode << '\n';
 }
 
 } // namespace

@@ -27,6 +27,7 @@ bool isOurs(const std::string &folder)
 std::string choosePath()
 {
     // A variable left over from another user (sudo) must not make us leave files of ours there.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment while the product runs
     const char *configured = std::getenv("XDG_RUNTIME_DIR");
     if (configured != nullptr && *configured == '/' && isOurs(configured)) {
         return std::string(configured) + '/' + kName;
