@@ -154,9 +154,11 @@ void CameraClient::open(const QString &serial)
 {
     // The stream stays with the camera that was asked for: the session must not move it to another
     // one, and tells us when the camera has gone.
+    // It copies each picture, because pipewiresrc 1.4 unmaps those it gave out when the camera
+    // settles on its buffers anew.
     GError *error = nullptr;
     GstElement *pipeline =
-        gst_parse_launch("pipewiresrc name=source "
+        gst_parse_launch("pipewiresrc name=source always-copy=true "
                          "stream-properties=\"props,node.dont-fallback=true,"
                          "node.dont-reconnect=true\" ! videoconvert ! video/x-raw,format=BGRx ! "
                          "appsink name=sink sync=false max-buffers=2",

@@ -106,7 +106,10 @@ GstPtr<GstElement> makeSource(GstDevice &device)
         const GstPtr<GstStructure> properties(gst_structure_new(
             "properties", "node.dont-fallback", G_TYPE_STRING, "true", "node.dont-move",
             G_TYPE_STRING, "true", "media.role", G_TYPE_STRING, "Camera", nullptr));
-        g_object_set(source.get(), "stream-properties", properties.get(), nullptr);
+        // Copied, because PipeWire 1.4's source unmaps pictures that it gave out when the camera
+        // settles on its buffers anew, and a reader of one would crash.
+        g_object_set(source.get(), "stream-properties", properties.get(), "always-copy", TRUE,
+                     nullptr);
         isolate(*source);
     }
     return source;
