@@ -11,6 +11,7 @@ readonly kSetUpSpaceGb=6
 readonly kMarker=.lumivora-complete
 readonly kHere=$project/tools/environment
 
+PATH=$PATH:/usr/sbin:/sbin # debootstrap is there, and users without root do not look there
 cache=$(realpath -m "${LUMIVORA_CACHE:-${XDG_CACHE_HOME:-${HOME:-~}/.cache}/lumivora-control}")
 
 packages() { sed -e 's/#.*//' -e 's/[[:space:]]*$//' -e '/^$/d' "$kHere/packages.txt"; }
